@@ -1,0 +1,9 @@
+// Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
+#include <vorn/framework.h>
+
+#include <gst/gst.h>
+
+void vorn_framework_init (int *argc, char ***argv)
+{
+  gst_init (argc, argv);
+}
