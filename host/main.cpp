@@ -1,0 +1,58 @@
+// Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
+#include <clocale>
+#include <cstdio>
+
+#include "modes_command.hpp"
+#include "options.hpp"
+#include "paths.hpp"
+#include <vorn/framework.h>
+#include <vorn/plugin.h>
+#include <vorn/product.h>
+#include <vorn/raii.hpp>
+
+using Configuration = vorn::Owned<VornProductConfiguration, vorn_product_configuration_free>;
+
+static int fail (const vorn::ErrorOut &error)
+{
+  g_printerr ("vorn-host: %s\n", error.message ());
+  return EXIT_FAILED;
+}
+
+int main (int argc, char **argv)
+{
+  setlocale (LC_ALL, "");
+  // Numbers are written for machines, in every locale.
+  setlocale (LC_NUMERIC, "C");
+  Options options;
+  int status = EXIT_OK;
+  if (!parse_options (argc, argv, &options, &status))
+    return status;
+  if (options.version) {
+    printf ("vorn-host %s (plug-in interface %u.%u)\n", VORN_VERSION, VORN_PLUGIN_VERSION_MAJOR,
+            VORN_PLUGIN_VERSION_MINOR);
+    return EXIT_OK;
+  }
+
+  vorn_framework_init (nullptr, nullptr);
+  vorn::ErrorOut error;
+  const Configuration configuration (
+      vorn_product_configuration_load (options.config.c_str (), error.out ()));
+  if (!configuration)
+    return fail (error);
+  const std::string plugin_path = options.plugin.empty () ? find_plugin () : options.plugin;
+  VornPlugin *plugin = vorn_plugin_load (plugin_path.c_str (), error.out ());
+  if (!plugin)
+    return fail (error);
+  const auto product = vorn::adopt (vorn_plugin_create_product (plugin, nullptr, error.out ()));
+  if (!product)
+    return fail (error);
+  if (!vorn_product_setup (product.get (), configuration.get ())) {
+    g_printerr ("vorn-host: %s: the product could not be set up\n", options.config.c_str ());
+    return EXIT_FAILED;
+  }
+  if (options.json)
+    print_modes_json (product.get ());
+  else
+    print_modes (product.get ());
+  return EXIT_OK;
+}
