@@ -12,10 +12,20 @@
  * number and a blank. A tag logs up to its level (default: info). Levels come from the
  * environment variable VORN_LOG, read when a tag is used for the first time: a list of "level" (for
  * all tags) and "tag=level" entries separated by commas, level being one of "none", "error",
- * "warning", "info", "debug"; the last fitting entry counts. Example:
- * VORN_LOG=warning,camangles=debug
+ * "warning", "info", "debug"; the last fitting entry counts; an entry that is none of these is
+ * reported on the backend and ignored. Example: VORN_LOG=warning,camangles=debug
  *
- * Plain C, needs nothing but libc. All functions are thread-safe.
+ * A message goes to the journal when stderr is connected to it (fields MESSAGE, PRIORITY, VORN_TAG,
+ * CODE_FILE, CODE_LINE), else as one line to stderr: "HH:MM:SS.mmm I tag: path:line message",
+ * coloured on a terminal unless NO_COLOR is set. Messages of any length are written whole; errno is
+ * the same after a call as before it, and "%m" works.
+ *
+ * A flood is folded: of equal messages from one place five pass within a second, the others are
+ * counted and written as "message (repeated N times)" once the second is over and anything else is
+ * logged, or on vorn_log_flush, or at exit.
+ *
+ * Plain C, needs nothing but libc. All functions are thread-safe (not async-signal-safe) and may be
+ * called before main and while the process exits.
  */
 #ifndef VORN_LOG_H
 #define VORN_LOG_H
@@ -73,19 +83,23 @@ typedef void (*VornLogHook) (void *user_data, const char *tag, VornLogPriority p
 
 /**
  * Installs the capture hook (NULL removes it). When it returns, no call of the former hook is
- * running any more. While a hook is installed nothing goes to the backend.
+ * running any more. While a hook is installed nothing goes to journal or stderr; the log file still
+ * gets everything.
  */
 VORN_API void vorn_log_set_hook (VornLogHook hook, void *user_data);
 
 /**
- * Sets a tag's level for all places that carry this name, whatever the environment says (-1: back
- * to the environment's). name NULL: all tags.
+ * Sets a tag's level for all places that carry this name, those that have logged before included,
+ * whatever the environment says. level: the highest priority number that passes (0: nothing; above
+ * 7 is 7), or -1: back to the environment's. name NULL: all tags, those set one by one before
+ * included.
  */
 VORN_API void vorn_log_set_level (const char *name, int level);
 
 /**
- * Appends all messages to this file as well (NULL: stop). Returns 0, or a negative errno when the
- * file cannot be opened; the former file then stays.
+ * Appends all messages to this file as well, folded, each line led by the date (NULL: stop).
+ * Returns 0, or a negative errno when the file cannot be opened; the former file then stays. A file
+ * that can no longer be written (disk full) is reported once on journal or stderr.
  */
 VORN_API int vorn_log_set_file (const char *path);
 
