@@ -3,7 +3,10 @@
 
 #include <gst/gst.h>
 
+#include <vorn/photo_tags.h>
+
 void vorn_framework_init (int *argc, char ***argv)
 {
   gst_init (argc, argv);
+  vorn_photo_tags_register ();
 }
