@@ -3,10 +3,12 @@
 
 #include <gst/gst.h>
 
+#include <vorn/frame_meta.h>
 #include <vorn/photo_tags.h>
 
 void vorn_framework_init (int *argc, char ***argv)
 {
   gst_init (argc, argv);
+  vorn_frame_meta_get_info ();
   vorn_photo_tags_register ();
 }
