@@ -15,8 +15,9 @@ install_packages() {
   wanted=$(awk -v want=" $* " '!/^#/ && NF == 2 && index(want, " " $1 " ") { print $2 }' \
     "$root/packages.txt")
   local installed
+  # dpkg-query fails when it does not know one of them; what it does know it lists all the same.
   # shellcheck disable=SC2086 # one package a word
-  installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' $wanted 2>/dev/null |
+  installed=$( (dpkg-query -W -f '${Package} ${db:Status-Status}\n' $wanted 2>/dev/null || true) |
     awk '$2 == "installed" { print $1 }' | sort -u)
   for package in $wanted; do
     grep -qx "$package" <<<"$installed" || missing+=("$package")
