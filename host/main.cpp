@@ -8,6 +8,7 @@
 #include <vorn/framework.h>
 #include <vorn/plugin.h>
 #include <vorn/product.h>
+#include <vorn/properties.h>
 #include <vorn/raii.hpp>
 
 using Configuration = vorn::Owned<VornProductConfiguration, vorn_product_configuration_free>;
@@ -39,6 +40,11 @@ int main (int argc, char **argv)
       vorn_product_configuration_load (options.config.c_str (), error.out ()));
   if (!configuration)
     return fail (error);
+  if (g_key_file_has_group (configuration->key_file, "properties") &&
+      vorn_properties_load (configuration->key_file, "properties", error.out ()) < 0) {
+    g_printerr ("vorn-host: %s: %s\n", options.config.c_str (), error.message ());
+    return EXIT_FAILED;
+  }
   const std::string plugin_path = options.plugin.empty () ? find_plugin () : options.plugin;
   VornPlugin *plugin = vorn_plugin_load (plugin_path.c_str (), error.out ());
   if (!plugin)
