@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include <unistd.h>
 
@@ -39,31 +40,53 @@ std::string out_of_range (const char *what, uint64_t value, uint64_t minimum, ui
          std::to_string (minimum) + " to " + std::to_string (maximum);
 }
 
+void store_word (Word *to, const std::byte *from)
+{
+  uint64_t word;
+  memcpy (&word, from, sizeof word);
+  to->store (word, std::memory_order_relaxed);
+}
+
+void load_word (std::byte *to, const Word *from)
+{
+  const uint64_t word = from->load (std::memory_order_relaxed);
+  memcpy (to, &word, sizeof word);
+}
+
 void store_words (Word *to, const void *from, size_t size)
 {
   const auto *bytes = static_cast<const std::byte *> (from);
-  for (; size >= sizeof (uint64_t); size -= sizeof (uint64_t), bytes += sizeof (uint64_t), to++) {
-    uint64_t word;
-    memcpy (&word, bytes, sizeof word);
-    to->store (word, std::memory_order_relaxed);
-  }
+  for (; size >= sizeof (Word); size -= sizeof (Word), bytes += sizeof (Word))
+    store_word (to++, bytes);
   if (size > 0) {
-    uint64_t word = 0;
-    memcpy (&word, bytes, size);
-    to->store (word, std::memory_order_relaxed);
+    std::byte rest[sizeof (Word)] = {};
+    memcpy (rest, bytes, size);
+    store_word (to, rest);
   }
+}
+
+/** Eight words at a time: one by one the loop costs more than the copy. */
+template <size_t... i>
+void load_block (std::byte *to, const Word *from, std::index_sequence<i...>)
+{
+  (load_word (to + i * sizeof (Word), from + i), ...);
 }
 
 void load_words (void *to, const Word *from, size_t size)
 {
+  constexpr size_t block = 8;
   auto *bytes = static_cast<std::byte *> (to);
-  for (; size >= sizeof (uint64_t); size -= sizeof (uint64_t), bytes += sizeof (uint64_t), from++) {
-    const uint64_t word = from->load (std::memory_order_relaxed);
-    memcpy (bytes, &word, sizeof word);
+  for (; size >= block * sizeof (Word); size -= block * sizeof (Word)) {
+    load_block (bytes, from, std::make_index_sequence<block> ());
+    bytes += block * sizeof (Word);
+    from += block;
   }
+  for (; size >= sizeof (Word); size -= sizeof (Word), bytes += sizeof (Word))
+    load_word (bytes, from++);
   if (size > 0) {
-    const uint64_t word = from->load (std::memory_order_relaxed);
-    memcpy (bytes, &word, size);
+    std::byte rest[sizeof (Word)];
+    load_word (rest, from);
+    memcpy (bytes, rest, size);
   }
 }
 
@@ -86,10 +109,7 @@ public:
     // Look first where a steady writer would have put it, then in growing steps away from there.
     uint64_t low = oldest_;
     uint64_t high = newest_;
-    const double back = static_cast<double> (newest_ns - limit_ns) * samples_per_ns_;
-    const uint64_t range = high - low;
-    const uint64_t guess =
-        high - (back < static_cast<double> (range) ? static_cast<uint64_t> (back) : range);
+    const uint64_t guess = high - steps_back (newest_ns - limit_ns, high - low);
     if (probe (guess) >= limit_ns) {
       high = guess;
       for (uint64_t step = 1; high > low; step *= 2) {
@@ -125,6 +145,16 @@ public:
   uint64_t lowest_probed () const { return lowest_probed_; }
 
 private:
+  /** How many samples a steady writer makes in so long, at most maximum. */
+  uint64_t steps_back (uint64_t duration_ns, uint64_t maximum) const
+  {
+    // By way of signed numbers, which convert in one instruction.
+    const double steps = static_cast<double> (static_cast<int64_t> (duration_ns)) * samples_per_ns_;
+    return steps >= 0 && steps < static_cast<double> (static_cast<int64_t> (maximum))
+               ? static_cast<uint64_t> (static_cast<int64_t> (steps))
+               : maximum;
+  }
+
   uint64_t probe (uint64_t index)
   {
     lowest_probed_ = std::min (lowest_probed_, index);

@@ -88,7 +88,7 @@ public:
   int read_times (struct timespec *times, size_t count) const;
   int end_read ();
   /** Drops the selection. */
-  void forget () { selection_.reset (); }
+  void forget () { selected_ = false; }
 
 private:
   int attach ();
@@ -106,9 +106,11 @@ private:
   std::optional<RingReader> ring_; // none while detached
   uint64_t attachment_ = 0;
   uint64_t last_done_ = 0;
+  uint32_t idle_selects_ = 0;
   int64_t last_look_ns_ = 0;
   std::string last_refusal_;
-  std::optional<Selection> selection_;
+  bool selected_ = false;
+  Selection selection_;
 };
 
 /** Reads and checks an image's header; nothing of the object is mapped. size: the object's. */
