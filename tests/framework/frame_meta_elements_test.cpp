@@ -138,6 +138,7 @@ protected:
   static void expect_all (const Arrivals &arrivals)
   {
     std::vector<Frame> expected;
+    expected.reserve (frame_count);
     for (int i = 0; i < frame_count; i++)
       expected.push_back (expected_frame (i));
     EXPECT_EQ (arrivals.frames, expected);

@@ -84,8 +84,8 @@ TEST_F (FrameMeta, NeedsAWritableBuffer)
   CriticalCapture criticals;
   const Buffer buffer = vorn::adopt (gst_buffer_new ());
   {
-    const Buffer shared = buffer;
-    EXPECT_EQ (vorn_frame_meta_add (buffer.get ()), nullptr);
+    const Buffer shared = vorn::share (buffer.get ());
+    EXPECT_EQ (vorn_frame_meta_add (shared.get ()), nullptr);
   }
   EXPECT_EQ (vorn_frame_meta_get (nullptr), nullptr);
   EXPECT_EQ (vorn_frame_meta_add (nullptr), nullptr);

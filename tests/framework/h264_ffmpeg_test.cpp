@@ -95,7 +95,7 @@ TEST_F (H264Ffmpeg, ClocksThatRunForDays)
 {
   const SpsVariant variant;
   auto writer = make_writer (variant);
-  for (const uint64_t hours : {0, 23, 24, 71, 24 * 30, 24 * 365 * 3})
+  for (const uint64_t hours : {0u, 23u, 24u, 71u, 24u * 30, 24u * 365 * 3})
     add_access_unit (writer.get (), variant, {pic_timing (hours, 59, 59, 59, 8388607)});
   expect_trace ();
 }

@@ -166,7 +166,7 @@ TEST_F (H264ParseBack, ClocksThatRunForDays)
   const SpsVariant variant;
   auto writer = make_writer (variant);
   Reader reader (make_sps (variant));
-  for (const uint64_t hours : {0, 23, 24, 71, 24 * 30, 24 * 365 * 3}) {
+  for (const uint64_t hours : {0u, 23u, 24u, 71u, 24u * 30, 24u * 365 * 3}) {
     const VornH264Sei sei = pic_timing (hours, 59, 59, 29, -8388608);
     const auto &read = reader.read (write_sei (writer.get (), {sei}));
     ASSERT_EQ (read.size (), 1u);

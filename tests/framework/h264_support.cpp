@@ -361,7 +361,7 @@ Bytes write_sei (VornH264Writer *writer, const std::vector<VornH264Sei> &message
   EXPECT_EQ (vorn_h264_writer_set_nal_header (writer, 0, VORN_H264_NAL_UNIT_SEI), 0);
   for (const VornH264Sei &message : messages)
     EXPECT_EQ (vorn_h264_writer_add_sei (writer, &message), 0);
-  Bytes nalu (2 * VORN_H264_WRITER_MAX_SEI_SIZE);
+  Bytes nalu (size_t{2} * VORN_H264_WRITER_MAX_SEI_SIZE);
   const ssize_t size = vorn_h264_writer_write (writer, nalu.data (), nalu.size ());
   EXPECT_GT (size, 0);
   nalu.resize (size > 0 ? static_cast<size_t> (size) : 0);

@@ -48,6 +48,7 @@ struct Output {
 Output run_ffmpeg (const std::vector<std::string> &arguments)
 {
   std::vector<gchar *> argv;
+  argv.reserve (arguments.size () + 1);
   for (const std::string &argument : arguments)
     argv.push_back (const_cast<gchar *> (argument.c_str ()));
   argv.push_back (nullptr);

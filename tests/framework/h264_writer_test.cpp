@@ -241,8 +241,7 @@ TEST_F (H264Writer, RefusesWhatIsNoSps)
   EXPECT_EQ (vorn_h264_writer_parse_sps (writer.get (), good.data (), good.size (), nullptr),
              -EINVAL);
   for (size_t size = 2; size + 2 < good.size (); size++)
-    EXPECT_EQ (parse_sps (writer.get (), Bytes (good.begin (), good.begin () + size), sps),
-               -EBADMSG)
+    EXPECT_EQ (parse_sps (writer.get (), Bytes (good.data (), good.data () + size), sps), -EBADMSG)
         << size;
   // A failed parse has not come through to the result.
   EXPECT_EQ (sps.max_frame_num, 0u);

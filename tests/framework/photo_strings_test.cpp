@@ -96,8 +96,8 @@ TEST_F (PhotoStrings, EveryValueHasItsString)
 TEST_F (PhotoStrings, TheExifWriterTakesEveryString)
 {
   for (const Table &table : tables)
-    for (uint16_t value = 0; value < table.strings.size (); value++) {
-      const std::string string = table.to_string (value);
+    for (size_t value = 0; value < table.strings.size (); value++) {
+      const std::string string = table.to_string (static_cast<uint16_t> (value));
       EXPECT_EQ (through_exif (table.tag, string), string) << table.tag;
     }
   // That the check can fail:
