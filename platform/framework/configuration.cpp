@@ -16,7 +16,10 @@
 
 VORN_LOG_TAG ("vorn_configuration");
 
-G_DEFINE_QUARK (vorn - configuration - error - quark, vorn_configuration_error)
+// The name becomes a string, blanks and all.
+// clang-format off
+G_DEFINE_QUARK (vorn-configuration-error-quark, vorn_configuration_error)
+// clang-format on
 
 namespace
 {

@@ -11,7 +11,10 @@
 
 VORN_LOG_TAG ("vorn_plugin");
 
-G_DEFINE_QUARK (vorn - plugin - error - quark, vorn_plugin_error)
+// The name becomes a string, blanks and all.
+// clang-format off
+G_DEFINE_QUARK (vorn-plugin-error-quark, vorn_plugin_error)
+// clang-format on
 
 namespace
 {

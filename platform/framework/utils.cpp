@@ -14,7 +14,10 @@
 
 VORN_LOG_TAG ("vorn_utils");
 
-G_DEFINE_QUARK (vorn - resource - error - quark, vorn_resource_error)
+// The name becomes a string, blanks and all.
+// clang-format off
+G_DEFINE_QUARK (vorn-resource-error-quark, vorn_resource_error)
+// clang-format on
 
 namespace
 {
