@@ -62,8 +62,9 @@ int next_group ()
 {
   int highest = last_group;
   std::error_code error;
-  for (const auto &entry : std::filesystem::directory_iterator (picture_folder (), error))
-    highest = std::max (highest, group_number (entry.path ().filename ()));
+  std::filesystem::directory_iterator entry (picture_folder (), error);
+  for (; !error && entry != std::filesystem::directory_iterator (); entry.increment (error))
+    highest = std::max (highest, group_number (entry->path ().filename ()));
   return highest < largest_group ? highest + 1 : 0;
 }
 
@@ -115,9 +116,15 @@ gboolean vorn_utils_get_picture_location_pattern (guint32 flag, gchar **group_lo
     location = folder + "/" + group_name (number);
   }
   int first_free = 0;
+  std::error_code error;
   while (first_free <= largest_index &&
-         std::filesystem::exists (picture_name (location, first_free)))
+         std::filesystem::exists (picture_name (location, first_free), error))
     first_free++;
+  if (error) {
+    VORN_LOG_ERROR ("cannot look for pictures of group %s: %s", location.c_str (),
+                    error.message ().c_str ());
+    return FALSE;
+  }
   if (first_free > largest_index) {
     VORN_LOG_ERROR ("picture group %s is full: %d pictures", location.c_str (), largest_index + 1);
     return FALSE;

@@ -169,6 +169,17 @@ TEST_F (Pictures, FullGroupIsAnError)
                          VORN_LOG_PRIORITY_ERROR));
 }
 
+TEST_F (Pictures, GroupWithANameThatNoFileCanHaveIsAnError)
+{
+  const std::string group = dir_.at ("photos/" + std::string (400, 'x'));
+  const Location location = next_location (group);
+  EXPECT_FALSE (location.found);
+  EXPECT_EQ (location.group, group);
+  const auto errors = log_.texts (VORN_LOG_PRIORITY_ERROR);
+  ASSERT_EQ (errors.size (), 1u);
+  EXPECT_NE (errors[0].find (group), std::string::npos) << errors[0];
+}
+
 TEST_F (Pictures, WrongCallsAreCriticals)
 {
   CriticalCapture criticals;
