@@ -27,6 +27,13 @@ static gboolean stub (const char *function)
   return TRUE;
 }
 
+template <typename T>
+static void write (T *out, const T &value)
+{
+  if (out)
+    *out = value;
+}
+
 static void vorn_morvik_zelto_front_virtual_camera_set_property (GObject *object, guint id,
                                                                  const GValue *value,
                                                                  GParamSpec *pspec)
@@ -74,7 +81,7 @@ static const VornRecordingCapability *
 vorn_morvik_zelto_front_virtual_camera_get_recording_capabilities (VornVirtualCamera *camera,
                                                                    guint32 *count)
 {
-  *count = self_of (camera)->caps.recording_count;
+  write (count, self_of (camera)->caps.recording_count);
   return self_of (camera)->caps.recording;
 }
 
@@ -82,7 +89,7 @@ static const VornPhotoCapability *
 vorn_morvik_zelto_front_virtual_camera_get_photo_capabilities (VornVirtualCamera *camera,
                                                                guint32 *count)
 {
-  *count = self_of (camera)->caps.photo_count;
+  write (count, self_of (camera)->caps.photo_count);
   return self_of (camera)->caps.photo;
 }
 
@@ -129,13 +136,6 @@ static gboolean vorn_morvik_zelto_front_virtual_camera_set_mode (VornVirtualCame
     vorn_morvik_zelto_front_virtual_camera_set_exposure (camera, nullptr);
   }
   return TRUE;
-}
-
-template <typename T>
-static void write (T *out, const T &value)
-{
-  if (out)
-    *out = value;
 }
 
 static gboolean vorn_morvik_zelto_front_virtual_camera_get_exposure (

@@ -327,15 +327,21 @@ const VornCameraCapabilities *vorn_virtual_camera_get_capabilities (VornVirtualC
 const VornRecordingCapability *
 vorn_virtual_camera_get_recording_capabilities (VornVirtualCamera *camera, guint32 *count)
 {
-  *count = 0;
-  return call<&Class::get_recording_capabilities> (camera, count);
+  guint32 own_count = 0;
+  const auto *entries = call<&Class::get_recording_capabilities> (camera, &own_count);
+  if (count)
+    *count = own_count;
+  return entries;
 }
 
 const VornPhotoCapability *vorn_virtual_camera_get_photo_capabilities (VornVirtualCamera *camera,
                                                                        guint32 *count)
 {
-  *count = 0;
-  return call<&Class::get_photo_capabilities> (camera, count);
+  guint32 own_count = 0;
+  const auto *entries = call<&Class::get_photo_capabilities> (camera, &own_count);
+  if (count)
+    *count = own_count;
+  return entries;
 }
 
 const VornDefaultState *vorn_virtual_camera_get_default_state (VornVirtualCamera *camera)

@@ -662,4 +662,16 @@ TEST_F (FrontVirtualCamera, SetModePublishesHdrAgain)
   EXPECT_FALSE (vorn_virtual_camera_get_hdr_availability (camera_));
 }
 
+TEST_F (FrontVirtualCamera, CountsNeedNoOut)
+{
+  make ();
+  EXPECT_EQ (vorn_virtual_camera_get_recording_capabilities (camera_, nullptr),
+             caps_of (VISIBLE).recording);
+  EXPECT_EQ (vorn_virtual_camera_get_photo_capabilities (camera_, nullptr),
+             caps_of (VISIBLE).photo);
+  const auto *klass = VORN_VIRTUAL_CAMERA_GET_CLASS (camera_);
+  EXPECT_EQ (klass->get_recording_capabilities (camera_, nullptr), caps_of (VISIBLE).recording);
+  EXPECT_EQ (klass->get_photo_capabilities (camera_, nullptr), caps_of (VISIBLE).photo);
+}
+
 } // namespace
