@@ -40,7 +40,8 @@ constexpr VornCameraConfiguration recording_super_high_speed_camera_config = {
     .sensor_resolution = {1312, 788}, .framerates = list_of (super_high_framerate)};
 // The one configuration that admits a range and lists nothing.
 constexpr VornCameraConfiguration recording_thermal_camera_config = {
-    .sensor_resolution = {5344, 4016}, .framerates = range_of (VornFramerate{9, 1}, VornFramerate{9, 1})};
+    .sensor_resolution = {5344, 4016},
+    .framerates = range_of (VornFramerate{9, 1}, VornFramerate{9, 1})};
 
 constexpr VornCameraConfiguration photo_camera_config (VornFramerateSet preview_framerates,
                                                        VornResolution crop)
