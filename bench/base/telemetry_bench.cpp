@@ -83,7 +83,7 @@ void blackboard_read (benchmark::State &state)
   VornBlackboardRevision *revision;
   VornBlackboardReader *reader = vorn_blackboard_open ("bench", &revision);
   const auto time = sample_time (480 * 8);
-  const auto method = static_cast<VornBlackboardMethod> (state.range (0));
+  const auto method = static_cast<uint32_t> (state.range (0));
   for (auto _ : state) {
     vorn_blackboard_select (reader, &time, method, 0);
     if (vorn_blackboard_read (reader, 0, &record, sizeof record) != 1 ||
@@ -118,7 +118,7 @@ void telemetry_get (benchmark::State &state)
   vorn_telemetry_consumer_register (consumer, entries, std::size (entries));
   vorn_telemetry_consumer_complete (consumer);
   const auto time = sample_time (480 * 8);
-  const auto method = static_cast<VornTelemetryMethod> (state.range (0));
+  const auto method = static_cast<uint32_t> (state.range (0));
   for (auto _ : state) {
     if (vorn_telemetry_consumer_get (consumer, &time, method) != 0)
       state.SkipWithError ("no sample");

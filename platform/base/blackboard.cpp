@@ -102,15 +102,14 @@ int vorn_blackboard_get_header (VornBlackboardReader *reader, VornBlackboardHead
 }
 
 int vorn_blackboard_select (VornBlackboardReader *reader, const struct timespec *time,
-                            VornBlackboardMethod method, uint32_t count)
+                            uint32_t method, uint32_t count)
 {
   if (!reader)
     return -EINVAL;
   auto &section = reader->section;
   section.forget ();
   const auto time_ns = method == VORN_BLACKBOARD_LATEST ? 0 : time_to_ns (time);
-  if (!time_ns || method < VORN_BLACKBOARD_LATEST || method > VORN_BLACKBOARD_SPAN ||
-      (method != VORN_BLACKBOARD_SPAN && count != 0))
+  if (!time_ns || method > VORN_BLACKBOARD_SPAN || (method != VORN_BLACKBOARD_SPAN && count != 0))
     return -EINVAL;
   if (const int result = section.refresh (); result < 0)
     return result;

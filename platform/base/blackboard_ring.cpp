@@ -269,7 +269,7 @@ void RingReader::copy (uint64_t first, uint64_t count, void *to) const
   }
 }
 
-int RingReader::select (uint64_t time_ns, VornBlackboardMethod method, uint32_t count,
+int RingReader::select (uint64_t time_ns, uint32_t method, uint32_t count,
                         Selection *selection) const
 {
   for (int attempt = 0; attempt < select_attempts; attempt++) {
@@ -280,7 +280,7 @@ int RingReader::select (uint64_t time_ns, VornBlackboardMethod method, uint32_t 
   return -EAGAIN;
 }
 
-int RingReader::select_once (uint64_t time_ns, VornBlackboardMethod method, uint32_t count,
+int RingReader::select_once (uint64_t time_ns, uint32_t method, uint32_t count,
                              Selection *selection) const
 {
   const uint64_t end = done ();

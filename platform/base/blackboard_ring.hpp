@@ -123,8 +123,7 @@ public:
   uint64_t done () const { return header_->done.load (std::memory_order_acquire); }
 
   /** As vorn_blackboard_select, for a ring that is there. */
-  int select (uint64_t time_ns, VornBlackboardMethod method, uint32_t count,
-              Selection *selection) const;
+  int select (uint64_t time_ns, uint32_t method, uint32_t count, Selection *selection) const;
   /** Whether sample first and all after it are still in their slots; call after copying. */
   bool intact (uint64_t first) const;
   /** Copies samples; meaningless unless intact (first) holds afterwards. */
@@ -135,8 +134,7 @@ public:
   }
 
 private:
-  int select_once (uint64_t time_ns, VornBlackboardMethod method, uint32_t count,
-                   Selection *selection) const;
+  int select_once (uint64_t time_ns, uint32_t method, uint32_t count, Selection *selection) const;
 
   const ImageHeader *header_ = nullptr;
   const Word *times_ = nullptr;

@@ -197,7 +197,7 @@ bool SectionReader::idle_and_gone ()
          static_cast<uint64_t> (status.st_size) != geometry_.image_size;
 }
 
-int SectionReader::select (uint64_t time_ns, VornBlackboardMethod method, uint32_t count)
+int SectionReader::select (uint64_t time_ns, uint32_t method, uint32_t count)
 {
   const int result = ring_->select (time_ns, method, count, &selection_);
   selected_ = result == 0;

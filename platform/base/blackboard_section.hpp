@@ -83,7 +83,7 @@ public:
   const std::string &name () const { return address_.name; }
 
   /** As the public calls; select only after refresh returned 0. */
-  int select (uint64_t time_ns, VornBlackboardMethod method, uint32_t count);
+  int select (uint64_t time_ns, uint32_t method, uint32_t count);
   int read (void *buffer, size_t size) const;
   int read_times (struct timespec *times, size_t count) const;
   int end_read ();

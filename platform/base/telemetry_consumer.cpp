@@ -46,12 +46,12 @@ public:
   }
 
   /** Reads a sample, without giving it out yet. */
-  int fetch (uint64_t time_ns, VornTelemetryMethod method)
+  int fetch (uint64_t time_ns, uint32_t method)
   {
     for (int attempt = 0; attempt < read_attempts; attempt++) {
       int result = refresh ();
       if (result == 0)
-        result = reader_.select (time_ns, static_cast<VornBlackboardMethod> (method), 0);
+        result = reader_.select (time_ns, method, 0);
       if (result == 0)
         result = std::min (reader_.read (sample_.data (), sample_.size ()), 0);
       if (result != -EAGAIN)
@@ -123,7 +123,7 @@ std::string entry_fault (const VornTelemetryEntry &entry)
     return "not of the form section.variable";
   if (!entry.destination)
     return "no destination";
-  return shape_fault (static_cast<uint32_t> (entry.type), entry.size, entry.count);
+  return shape_fault (entry.type, entry.size, entry.count);
 }
 
 } // namespace
@@ -178,9 +178,7 @@ int vorn_telemetry_consumer_register (VornTelemetryConsumer *consumer,
     const std::string name = entry.name;
     const size_t dot = name.find ('.');
     section_of (consumer, name.substr (0, dot))
-        .want (
-            {name.substr (dot + 1), static_cast<uint32_t> (entry.type), entry.size, entry.count, 0},
-            entry.destination);
+        .want ({name.substr (dot + 1), entry.type, entry.size, entry.count, 0}, entry.destination);
   }
   return 0;
 }
@@ -203,11 +201,10 @@ int vorn_telemetry_consumer_complete (VornTelemetryConsumer *consumer)
 }
 
 int vorn_telemetry_consumer_get (VornTelemetryConsumer *consumer, const struct timespec *time,
-                                 VornTelemetryMethod method)
+                                 uint32_t method)
 {
   const auto time_ns = method == VORN_TELEMETRY_LATEST ? 0 : time_to_ns (time);
-  if (!consumer || !consumer->complete || !time_ns || method < VORN_TELEMETRY_LATEST ||
-      method > VORN_TELEMETRY_FIRST_NOT_BEFORE)
+  if (!consumer || !consumer->complete || !time_ns || method > VORN_TELEMETRY_FIRST_NOT_BEFORE)
     return -EINVAL;
   for (auto &section : consumer->sections)
     if (const int result = section.fetch (*time_ns, method); result < 0)

@@ -46,7 +46,7 @@ VornTelemetryProducer *vorn_telemetry_producer_new (const char *section, uint32_
 }
 
 int vorn_telemetry_producer_register (VornTelemetryProducer *producer, const char *name,
-                                      VornTelemetryType type, uint32_t size, uint32_t count,
+                                      uint32_t type, uint32_t size, uint32_t count,
                                       const void *address)
 {
   if (!producer)
@@ -61,7 +61,7 @@ int vorn_telemetry_producer_register (VornTelemetryProducer *producer, const cha
     fault = "registered already";
     error = -EEXIST;
   } else {
-    fault = producer->layout.add ({name, static_cast<uint32_t> (type), size, count, 0});
+    fault = producer->layout.add ({name, type, size, count, 0});
   }
   if (!fault.empty ()) {
     VORN_LOG_ERROR ("variable '%s.%.80s' refused: %s", producer->address.name.c_str (),

@@ -90,8 +90,7 @@ protected:
   {
     return vorn_blackboard_select (reader.get (), nullptr, VORN_BLACKBOARD_LATEST, 0);
   }
-  static int select (const Reader &reader, uint64_t time_ns, VornBlackboardMethod method,
-                     uint32_t count = 0)
+  static int select (const Reader &reader, uint64_t time_ns, uint32_t method, uint32_t count = 0)
   {
     const auto time = timespec_of (time_ns);
     return vorn_blackboard_select (reader.get (), &time, method, count);

@@ -74,7 +74,7 @@ int write_section (char **arguments)
 }
 
 struct Value {
-  VornTelemetryType type;
+  uint32_t type;
   int16_t int16 = 0;
   int32_t int32 = 0;
   float f32 = 0;
@@ -90,8 +90,8 @@ int produce (int n_arguments, char **arguments)
   for (int i = 5; i < n_arguments; i++) {
     char *name = strchr (arguments[i], ':') + 1;
     Value &value = values[name];
-    value.type = static_cast<VornTelemetryType> (atoi (arguments[i]));
-    const std::map<VornTelemetryType, std::pair<void *, uint32_t>> places = {
+    value.type = static_cast<uint32_t> (atoi (arguments[i]));
+    const std::map<uint32_t, std::pair<void *, uint32_t>> places = {
         {VORN_TELEMETRY_INT16, {&value.int16, 2}},
         {VORN_TELEMETRY_INT32, {&value.int32, 4}},
         {VORN_TELEMETRY_F32, {&value.f32, 4}},

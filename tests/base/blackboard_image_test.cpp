@@ -184,8 +184,8 @@ TEST_F (BlackboardImage, CountersOfAnyValueAreHarmless)
     const Reader reader ("image");
     ASSERT_TRUE (reader);
     char buffer[16 * 5];
-    for (int method = 0; method < 4; method++) {
-      if (select (reader, pattern_time_ns (1), static_cast<VornBlackboardMethod> (method)) < 0)
+    for (uint32_t method = 0; method < 4; method++) {
+      if (select (reader, pattern_time_ns (1), method) < 0)
         continue;
       EXPECT_LE (vorn_blackboard_read (reader.get (), 0, buffer, sizeof buffer), 5);
     }

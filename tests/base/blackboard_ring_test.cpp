@@ -194,10 +194,9 @@ TEST (BlackboardRing, AnyCountersStayInsideTheImage)
           image.header ()->begun.store (begun);
           image.header ()->done.store (done);
           image.header ()->history_start.store (start);
-          for (int method = 0; method < 4; method++) {
+          for (uint32_t method = 0; method < 4; method++) {
             Selection selection;
-            if (reader.select (time, static_cast<VornBlackboardMethod> (method),
-                               method == 3 ? UINT32_MAX : 0, &selection) < 0)
+            if (reader.select (time, method, method == 3 ? UINT32_MAX : 0, &selection) < 0)
               continue;
             ASSERT_LE (selection.count, 8u);
             reader.copy (selection.first, selection.count, buffer.data ());

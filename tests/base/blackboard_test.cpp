@@ -88,7 +88,7 @@ constexpr uint64_t ms = 1000000;
 struct Lookup {
   const char *name;
   uint64_t time_ns;
-  VornBlackboardMethod method;
+  uint32_t method;
   uint32_t count;
   int result; // of select
   std::vector<uint64_t> numbers;
@@ -483,10 +483,8 @@ TEST_F (BlackboardTest, NullAndBadArgumentsGiveEinval)
   }
   EXPECT_EQ (vorn_blackboard_select (reader.get (), nullptr, VORN_BLACKBOARD_SPAN, 0), -EINVAL);
   EXPECT_EQ (vorn_blackboard_select (reader.get (), &time, VORN_BLACKBOARD_LATEST, 1), -EINVAL);
-  for (const int method : {-1, 4, 1000})
-    EXPECT_EQ (vorn_blackboard_select (reader.get (), &time,
-                                       static_cast<VornBlackboardMethod> (method), 0),
-               -EINVAL);
+  for (const uint32_t method : {4u, 1000u, UINT32_MAX})
+    EXPECT_EQ (vorn_blackboard_select (reader.get (), &time, method, 0), -EINVAL);
   // Without a selection.
   EXPECT_EQ (vorn_blackboard_read (reader.get (), 0, buffer, sizeof buffer), -EINVAL);
   EXPECT_EQ (vorn_blackboard_end_read (reader.get (), reader.revision ()), -EINVAL);

@@ -64,8 +64,7 @@ int get_latest (const Consumer &consumer)
 {
   return vorn_telemetry_consumer_get (consumer.get (), nullptr, VORN_TELEMETRY_LATEST);
 }
-int get_at (const Consumer &consumer, uint64_t time_ns,
-            VornTelemetryMethod method = VORN_TELEMETRY_VALID_AT)
+int get_at (const Consumer &consumer, uint64_t time_ns, uint32_t method = VORN_TELEMETRY_VALID_AT)
 {
   const auto time = timespec_of (time_ns);
   return vorn_telemetry_consumer_get (consumer.get (), &time, method);
@@ -95,7 +94,7 @@ TEST_F (TelemetryTest, EveryTypeArrivesBitByBit)
   Record in;
   const struct {
     const char *name;
-    VornTelemetryType type;
+    uint32_t type;
     uint32_t size;
     uint32_t count;
     void *from;
@@ -356,15 +355,14 @@ TEST_F (TelemetryTest, BadVariablesAreRefused)
   const std::string longest (63, 'v');
   const std::string too_long (64, 'v');
   const double room = 0;
-  const auto add_any = [&] (const char *name, int type, uint32_t size, uint32_t count,
+  const auto add_any = [&] (const char *name, uint32_t type, uint32_t size, uint32_t count,
                             const void *address) {
-    return vorn_telemetry_producer_register (
-        producer.get (), name, static_cast<VornTelemetryType> (type), size, count, address);
+    return vorn_telemetry_producer_register (producer.get (), name, type, size, count, address);
   };
   EXPECT_EQ (add_any (longest.c_str (), 9, 4, 1, &room), 0);
   const struct {
     const char *name;
-    int type;
+    uint32_t type;
     uint32_t size;
     uint32_t count;
     const void *address;
@@ -482,8 +480,7 @@ TEST_F (TelemetryTest, BadEntriesAreRefused)
       {f32 (long_variable.c_str (), &value),
        "entry '" + long_variable + "' refused: not of the form section.variable"},
       {f32 ("s.v", nullptr), "entry 's.v' refused: no destination"},
-      {{"s.v", static_cast<VornTelemetryType> (4), 2, 1, &value},
-       "entry 's.v' refused: unknown type code 4"},
+      {{"s.v", 4, 2, 1, &value}, "entry 's.v' refused: unknown type code 4"},
       {{"s.v", VORN_TELEMETRY_F32, 8, 1, &value},
        "entry 's.v' refused: size 8 does not fit type code 9, which has 4"},
       {{"s.v", VORN_TELEMETRY_F32, 4, 0, &value},
@@ -514,10 +511,8 @@ TEST_F (TelemetryTest, BadEntriesAreRefused)
   EXPECT_EQ (vorn_telemetry_consumer_get (consumer.get (), nullptr, VORN_TELEMETRY_VALID_AT),
              -EINVAL);
   const struct timespec time = {1, 0};
-  for (const int method : {-1, 3, 9})
-    EXPECT_EQ (vorn_telemetry_consumer_get (consumer.get (), &time,
-                                            static_cast<VornTelemetryMethod> (method)),
-               -EINVAL);
+  for (const uint32_t method : {3u, 9u, UINT32_MAX})
+    EXPECT_EQ (vorn_telemetry_consumer_get (consumer.get (), &time, method), -EINVAL);
 }
 
 TEST_F (TelemetryTest, NullHandlesGiveEinval)

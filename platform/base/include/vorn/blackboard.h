@@ -124,6 +124,7 @@ VORN_API int vorn_blackboard_get_header (VornBlackboardReader *reader,
  * Selects samples by time; starts a read. A section that was withdrawn or taken over since is
  * looked up anew first.
  *
+ * method: a VornBlackboardMethod.
  * count: with VORN_BLACKBOARD_SPAN the number of samples wanted after the reference sample (fewer
  * are selected when the newest comes first); 0 with the other methods.
  *
@@ -138,7 +139,7 @@ VORN_API int vorn_blackboard_get_header (VornBlackboardReader *reader,
  * or what vorn_blackboard_open reports for a section that cannot be opened.
  */
 VORN_API int vorn_blackboard_select (VornBlackboardReader *reader, const struct timespec *time,
-                                     VornBlackboardMethod method, uint32_t count);
+                                     uint32_t method, uint32_t count);
 
 /**
  * Copies a quantity of the selected samples, oldest first. A sample has one quantity, index 0: its

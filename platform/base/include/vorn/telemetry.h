@@ -62,11 +62,11 @@ typedef enum {
 
 /** One variable that a consumer wants. */
 typedef struct {
-  const char *name;       /**< "section.variable"; read during registration only */
-  VornTelemetryType type; /**< must be the producer's */
-  uint32_t size;          /**< bytes of one element: 2, 4, 4 or 8, as the type says */
-  uint32_t count;         /**< elements, 1 to 65536; must be the producer's */
-  void *destination;      /**< room for size * count bytes; must outlive the consumer */
+  const char *name;  /**< "section.variable"; read during registration only */
+  uint32_t type;     /**< a VornTelemetryType; must be the producer's */
+  uint32_t size;     /**< bytes of one element: 2, 4, 4 or 8, as the type says */
+  uint32_t count;    /**< elements, 1 to 65536; must be the producer's */
+  void *destination; /**< room for size * count bytes; must outlive the consumer */
 } VornTelemetryEntry;
 
 typedef struct VornTelemetryProducer VornTelemetryProducer;
@@ -85,13 +85,14 @@ VORN_API VornTelemetryProducer *vorn_telemetry_producer_new (const char *section
 /**
  * Adds a variable, in the order of the calls; at most 1024 of them, at most 65536 bytes together.
  *
- * name: copied. size: bytes of one element, as the type says. count: elements, 1 to 65536.
- * address: where each put finds size * count bytes; must stay valid as long as the producer.
- * Returns 0, -EEXIST for a name that is registered already, or -EINVAL, also after completion.
+ * name: copied. type: a VornTelemetryType. size: bytes of one element, as the type says. count:
+ * elements, 1 to 65536. address: where each put finds size * count bytes; must stay valid as long
+ * as the producer. Returns 0, -EEXIST for a name that is registered already, or -EINVAL, also after
+ * completion.
  */
 VORN_API int vorn_telemetry_producer_register (VornTelemetryProducer *producer, const char *name,
-                                               VornTelemetryType type, uint32_t size,
-                                               uint32_t count, const void *address);
+                                               uint32_t type, uint32_t size, uint32_t count,
+                                               const void *address);
 
 /**
  * Completes the registration and creates the section, taking over what a producer that died has
@@ -133,7 +134,7 @@ VORN_API int vorn_telemetry_consumer_complete (VornTelemetryConsumer *consumer);
 /**
  * Looks up a sample in every section and stores the variables in their destinations: all of them,
  * or none when any section fails. The variables of one section are of one sample; samples of
- * different sections are looked up one after the other.
+ * different sections are looked up one after the other. method: a VornTelemetryMethod.
  *
  * Returns 0, or the error of the first section that failed, in the order of the entries:
  *   -ENOENT   nothing was published, or nothing as early as that time
@@ -146,7 +147,7 @@ VORN_API int vorn_telemetry_consumer_complete (VornTelemetryConsumer *consumer);
  * or what vorn_blackboard_open reports for a section that cannot be opened.
  */
 VORN_API int vorn_telemetry_consumer_get (VornTelemetryConsumer *consumer,
-                                          const struct timespec *time, VornTelemetryMethod method);
+                                          const struct timespec *time, uint32_t method);
 
 /** Releases the consumer. Returns 0 or -EINVAL. */
 VORN_API int vorn_telemetry_consumer_destroy (VornTelemetryConsumer *consumer);
