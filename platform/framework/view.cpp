@@ -269,7 +269,9 @@ gboolean vorn_view_unprepare (VornView *view)
   if (VORN_IS_GST_VIEW (view))
     vorn::gst_view_take_down (VORN_GST_VIEW (view));
   state.prepared = false;
-  set_state (view, &Private::taking_picture, false);
+  // Nothing runs any more, whether it could be ended in order or not.
+  for (const auto flag : {&Private::recording, &Private::streaming, &Private::taking_picture})
+    set_state (view, flag, false);
   VornViewClass *klass = VORN_VIEW_GET_CLASS (view);
   return klass->unprepare ? klass->unprepare (view) : TRUE;
 }

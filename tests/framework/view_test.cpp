@@ -185,6 +185,27 @@ TEST_F (View, UnprepareEndsRecordingAndStreamFirst)
   EXPECT_FALSE (vorn_view_is_streaming (view_));
 }
 
+TEST_F (View, UnpreparedViewIsIdleWhateverFailed)
+{
+  const auto camera = vorn::adopt (test_virtual_camera_new ("camera"));
+  ASSERT_TRUE (vorn_virtual_camera_add_view (camera.get (), vorn::share (view_).release ()));
+  prepare ();
+  VornStreamSetup setup = {};
+  const VornSnapshotRequest request = {};
+  ASSERT_TRUE (vorn_view_stream_setup (view_, &setup));
+  ASSERT_TRUE (vorn_view_take_snapshot (view_, &request));
+  vorn_view_notify_snapshot_event (view_, VORN_SNAPSHOT_EVENT_DONE, nullptr, nullptr);
+  ASSERT_TRUE (vorn_view_start_recording (view_));
+  record ().failing = {"stop_recording", "stream_teardown"};
+  EXPECT_TRUE (vorn_view_unprepare (view_));
+  EXPECT_FALSE (vorn_view_is_recording (view_));
+  EXPECT_FALSE (vorn_view_is_streaming (view_));
+  EXPECT_FALSE (vorn_view_is_taking_picture (view_));
+  // Else the camera could never change its mode again.
+  const auto mode = recording_mode (1280, 720, 30, 1);
+  EXPECT_TRUE (vorn_virtual_camera_set_mode (camera.get (), &mode));
+}
+
 TEST_F (View, UnprepareEndsASnapshot)
 {
   prepare ();
