@@ -21,7 +21,7 @@ struct Private {
   VornVirtualCamera *parent = nullptr; // borrowed: it owns the view
   GList *cameras = nullptr;
   VornViewCapabilities capabilities = {};
-  bool prepared = false;
+  std::atomic<bool> prepared = false;
   std::atomic<bool> taking_picture = false;
   std::atomic<bool> recording = false;
   std::atomic<bool> streaming = false;

@@ -2,7 +2,9 @@
 #include <vorn/view.h>
 
 #include <algorithm>
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -543,6 +545,34 @@ TEST_F (View, NoArgumentIsACriticalAndFalse)
   vorn_view_set_capabilities (view_, nullptr);
   EXPECT_EQ (criticals.criticals ().size (), 9u);
   EXPECT_TRUE (record ().calls.empty ());
+}
+
+TEST_F (View, PredicatesAreAskedFromOtherThreads)
+{
+  std::atomic<bool> stop = false;
+  std::atomic<int> asked = 0;
+  std::thread asking ([&] {
+    int all = 0;
+    while (!stop || asked == 0) {
+      all += vorn_view_is_prepared (view_) + vorn_view_is_streaming (view_) +
+             vorn_view_is_recording (view_) + vorn_view_is_taking_picture (view_);
+      asked++;
+    }
+    EXPECT_GE (all, 0);
+  });
+  for (int i = 0; i < 100; i++) {
+    ASSERT_TRUE (vorn_view_prepare (view_));
+    set_features (7);
+    VornStreamSetup setup = {};
+    const VornSnapshotRequest request = {};
+    EXPECT_TRUE (vorn_view_stream_setup (view_, &setup));
+    EXPECT_TRUE (vorn_view_start_recording (view_));
+    EXPECT_TRUE (vorn_view_stop_recording (view_, 0));
+    EXPECT_TRUE (vorn_view_take_snapshot (view_, &request));
+    EXPECT_TRUE (vorn_view_unprepare (view_));
+  }
+  stop = true;
+  asking.join ();
 }
 
 } // namespace
