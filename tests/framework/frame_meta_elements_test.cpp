@@ -75,8 +75,9 @@ GstPadProbeReturn spoil (GstPad *, GstPadProbeInfo *info, gpointer)
 {
   GstBuffer *buffer = gst_buffer_make_writable (GST_PAD_PROBE_INFO_BUFFER (info));
   GST_PAD_PROBE_INFO_DATA (info) = buffer;
-  gst_structure_set (vorn_frame_meta_get (buffer)->structure, VORN_FRAME_META_CAPTURE_TIMESTAMP,
-                     GST_TYPE_CLOCK_TIME, GstClockTime{1}, nullptr);
+  if (VornFrameMeta *meta = vorn_frame_meta_get (buffer))
+    gst_structure_set (meta->structure, VORN_FRAME_META_CAPTURE_TIMESTAMP, GST_TYPE_CLOCK_TIME,
+                       GstClockTime{1}, nullptr);
   return GST_PAD_PROBE_OK;
 }
 

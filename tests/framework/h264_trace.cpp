@@ -1,10 +1,11 @@
 // Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
 #include "h264_trace.hpp"
 
+#include <cinttypes>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -84,8 +85,6 @@ std::vector<TracedAccessUnit> trace (const Bytes &stream)
       run_ffmpeg ({"ffmpeg", "-hide_banner", "-nostats", "-nostdin", "-f", "h264", "-i",
                    file.path (), "-c", "copy", "-bsf:v", "trace_headers", "-f", "null", "-"});
 
-  static const std::regex packet (R"(^Packet: \d+ bytes.*)");
-  static const std::regex field (R"(^\d+\s+(\S+)\s+[01]+ = (-?\d+)$)");
   std::vector<TracedAccessUnit> units;
   bool in_sei = false;
   std::istringstream lines (output.err);
@@ -94,16 +93,17 @@ std::vector<TracedAccessUnit> trace (const Bytes &stream)
     if (!line.starts_with ("[trace_headers @") || bracket == std::string::npos)
       continue;
     const std::string text = line.substr (bracket + 2);
-    std::smatch match;
-    if (std::regex_match (text, packet)) {
+    char name[64];
+    int64_t value = 0;
+    if (text.starts_with ("Packet: ")) {
       units.emplace_back ();
       in_sei = false;
-    } else if (std::regex_match (text, match, field)) {
-      if (!in_sei || units.empty () || is_framing (match[1]))
+      // position, name, bits, value
+    } else if (sscanf (text.c_str (), "%*u %63s %*[01] = %" SCNd64, name, &value) == 2) {
+      if (!in_sei || units.empty () || is_framing (name))
         continue;
-      const bool type = match[1] == "last_payload_type_byte";
-      units.back ().sei.emplace_back (type ? "payload_type" : match[1].str (),
-                                      std::stoll (match[2]));
+      const bool type = strcmp (name, "last_payload_type_byte") == 0;
+      units.back ().sei.emplace_back (type ? "payload_type" : name, value);
     } else if (text == "Supplemental Enhancement Information") {
       in_sei = true;
       if (!units.empty ())
