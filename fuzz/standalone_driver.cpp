@@ -3,6 +3,7 @@
 // of them for --seconds N from a fixed seed. A crash leaves the input in crash-<target> in the work
 // folder.
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,12 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+// There only with a sanitizer, which reports first and then does not come back to a signal handler.
+extern "C" __attribute__ ((weak)) void __sanitizer_set_death_callback (void (*callback) ());
+
 extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size);
 
 namespace
@@ -21,17 +28,30 @@ namespace
 
 using Input = std::vector<uint8_t>;
 
+// What is being run; a crash leaves it in the file that is open already.
+const Input *current = nullptr;
+int crash_file = -1;
 std::string crash_path;
+
+/** Async-signal-safe. */
+void leave_input ()
+{
+  if (current && crash_file >= 0 && ftruncate (crash_file, 0) == 0)
+    (void)!pwrite (crash_file, current->data (), current->size (), 0);
+}
+
+void on_signal (int number)
+{
+  leave_input ();
+  // The handler was reset when it was called: this ends the process as the crash would have.
+  raise (number);
+}
 
 void run (const Input &input)
 {
-  // Written before the call: after a crash nothing can be written any more.
-  {
-    std::ofstream file (crash_path, std::ios::binary | std::ios::trunc);
-    file.write (reinterpret_cast<const char *> (input.data ()),
-                static_cast<std::streamsize> (input.size ()));
-  }
+  current = &input;
   LLVMFuzzerTestOneInput (input.data (), input.size ());
+  current = nullptr;
 }
 
 Input read_file (const std::filesystem::path &path)
@@ -90,6 +110,15 @@ int main (int argc, char **argv)
     }
   }
   crash_path = "crash-" + std::filesystem::path (argv[0]).filename ().string ();
+  crash_file = open (crash_path.c_str (), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0644);
+  if (__sanitizer_set_death_callback)
+    __sanitizer_set_death_callback (leave_input);
+  for (const int number : {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL}) {
+    struct sigaction action = {};
+    action.sa_handler = on_signal;
+    action.sa_flags = static_cast<int> (SA_RESETHAND);
+    sigaction (number, &action, nullptr);
+  }
   corpus.emplace_back ();
   for (const auto &input : corpus)
     run (input);
