@@ -15,7 +15,7 @@ namespace
 
 constexpr VornBlackboardHeader attitude = {16, 2000, 1000, 4};
 constexpr uint32_t span = 33; // of 33.4 ms: 34 samples
-constexpr size_t span_bytes = (span + 1) * 16;
+constexpr size_t span_bytes = (size_t{span} + 1) * 16;
 
 void append (VornBlackboardWriter *writer, uint64_t k)
 {
@@ -56,7 +56,7 @@ BENCHMARK (write_sample);
 void memcpy_span (benchmark::State &state)
 {
   // The size is hidden from the compiler, as it is from the blackboard.
-  std::vector<char> from (attitude.sample_size * attitude.sample_count);
+  std::vector<char> from (size_t{attitude.sample_size} * attitude.sample_count);
   char to[span_bytes];
   volatile size_t size = span_bytes;
   for (auto _ : state) {

@@ -59,7 +59,7 @@ Refusal SectionWriter::make (const VornBlackboardHeader &header, Kind kind,
   // Complete and locked before anybody sees it. The name may be taken by what a dead writer left;
   // in the worst case other writers come and go between the two steps, hence the loop.
   for (int attempt = 0; attempt < create_attempts; attempt++) {
-    const Refusal refusal = publish_object (fd.get (), address_.path);
+    Refusal refusal = publish_object (fd.get (), address_.path);
     if (!refusal) {
       fd_ = std::move (fd);
       mapping_ = std::move (mapping);
@@ -67,7 +67,7 @@ Refusal SectionWriter::make (const VornBlackboardHeader &header, Kind kind,
     }
     if (refusal.error != -EEXIST)
       return refusal;
-    const Refusal kept = remove_leftover (address_.path);
+    Refusal kept = remove_leftover (address_.path);
     if (kept && kept.error != -ENOENT)
       return kept;
     if (!kept)

@@ -163,10 +163,10 @@ TEST_F (BlackboardProcess, WriterKilledAgainAndAgainAtFullSpeed)
 {
   Reader reader;
   std::vector<std::byte> sample (520);
-  for (int round = 0; round < (soak () ? 1000 : 20); round++) {
+  for (uint32_t round = 0; round < (soak () ? 1000 : 20); round++) {
     // Killed wherever it is: between samples or in the middle of one. Now and then the ring is
     // another one.
-    const uint64_t first = 1000000000000u * static_cast<uint64_t> (round + 1);
+    const uint64_t first = 1000000000000u * (round + 1);
     const auto writer = start_writer ("fragile", 520, 3 + round % 2 * 20, first, 0, 0);
     if (!reader)
       reader = Reader ("fragile");
