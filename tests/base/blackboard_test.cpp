@@ -14,6 +14,8 @@
 
 #include <gmock/gmock.h>
 
+#include "platform_from_c.h"
+
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -49,6 +51,12 @@ TEST_F (BlackboardTest, WrittenSampleIsReadWithItsTimeAndHeader)
   EXPECT_EQ (read_time.tv_sec, 12);
   EXPECT_EQ (read_time.tv_nsec, 345678901);
   EXPECT_EQ (vorn_blackboard_end_read (reader.get (), reader.revision ()), 0);
+}
+
+TEST_F (BlackboardTest, HeadersServeCPrograms)
+{
+  EXPECT_EQ (blackboard_from_c (), 0);
+  EXPECT_EQ (telemetry_from_c (), 0);
 }
 
 TEST_F (BlackboardTest, SpanOf20MsHas21Samples)
