@@ -1,6 +1,7 @@
 // Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
 #include <vorn/plugin.h>
 
+#include <filesystem>
 #include <gmodule.h>
 #include <map>
 #include <string>
@@ -29,6 +30,7 @@ struct State {
   GModule *library = nullptr;
   const VornPluginDesc *descriptor = nullptr;
   std::vector<Element> elements;
+  bool initialised = false;
   vorn::ErrorOut error; // why the last use failed
 };
 
@@ -67,10 +69,11 @@ static bool read_descriptor (State &state)
                  VORN_PLUGIN_VERSION_MAJOR, VORN_PLUGIN_VERSION_MINOR);
     return false;
   }
-  if (!descriptor->name || !descriptor->init) {
+  const bool has_name = descriptor->name && *descriptor->name != '\0';
+  if (!has_name || !descriptor->init) {
     g_set_error (error, VORN_PLUGIN_ERROR, VORN_PLUGIN_ERROR_INIT,
                  "the descriptor of plug-in %s has no %s", state.path.c_str (),
-                 descriptor->name ? "init function" : "name");
+                 has_name ? "init function" : "name");
     return false;
   }
   state.descriptor = descriptor;
@@ -83,7 +86,8 @@ static gboolean vorn_plugin_module_load (GTypeModule *module)
   if (!state.descriptor && !read_descriptor (state))
     return FALSE;
   state.elements.clear ();
-  if (state.descriptor->init (module))
+  state.initialised = state.descriptor->init (module) != FALSE;
+  if (state.initialised)
     return TRUE;
   g_set_error (state.error.out (), VORN_PLUGIN_ERROR, VORN_PLUGIN_ERROR_INIT,
                "plug-in %s (%s) failed to initialise", state.descriptor->name, state.path.c_str ());
@@ -105,17 +109,27 @@ static void vorn_plugin_init (VornPlugin *plugin)
   new (&plugin->state) State ();
 }
 
+/** The one path of a file, whichever way leads to it: two modules cannot register the same types.
+ */
+static std::string real_path (const gchar *path)
+{
+  const vorn::OwnedString absolute (g_canonicalize_filename (path, nullptr));
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical (absolute.get (), error);
+  return error ? std::string (absolute.get ()) : real.string ();
+}
+
 VornPlugin *vorn_plugin_load (const gchar *path, GError **error)
 {
   g_return_val_if_fail (path != NULL, nullptr);
   static std::map<std::string, VornPlugin *> plugins;
-  const vorn::OwnedString full_path (g_canonicalize_filename (path, nullptr));
-  VornPlugin *&plugin = plugins[full_path.get ()];
+  const std::string full_path = real_path (path);
+  VornPlugin *&plugin = plugins[full_path];
   if (!plugin) {
     plugin = VORN_PLUGIN (g_object_new (vorn_plugin_get_type (), nullptr));
-    plugin->state.path = full_path.get ();
-    g_type_module_set_name (G_TYPE_MODULE (plugin), full_path.get ());
-  } else if (plugin->state.descriptor && !plugin->state.elements.empty ()) {
+    plugin->state.path = full_path;
+    g_type_module_set_name (G_TYPE_MODULE (plugin), full_path.c_str ());
+  } else if (plugin->state.initialised) {
     return plugin;
   }
   if (g_type_module_use (G_TYPE_MODULE (plugin)))
@@ -162,6 +176,8 @@ gboolean vorn_plugin_register_element (GTypeModule *module, const gchar *name, G
     reason = "it has no name";
   else if (!g_type_is_a (type, VORN_TYPE_PRODUCT))
     reason = "its type is no product";
+  else if (G_TYPE_IS_ABSTRACT (type))
+    reason = "its type is abstract";
   if (!reason)
     for (const Element &element : VORN_PLUGIN (module)->state.elements)
       if (element.name == name)

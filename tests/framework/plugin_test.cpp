@@ -69,6 +69,11 @@ TEST (Plugin, LoadedTwiceIsTheSameObject)
              plugin);
   const std::string relative = std::filesystem::relative (path);
   EXPECT_EQ (vorn_plugin_load (relative.c_str (), nullptr), plugin);
+  const TempDir dir;
+  const std::string link = dir.at ("link.so");
+  std::filesystem::create_symlink (path, link);
+  vorn::ErrorOut error;
+  EXPECT_EQ (vorn_plugin_load (link.c_str (), error.out ()), plugin) << error.message ();
   EXPECT_TRUE (log.lines ().empty ());
   EXPECT_TRUE (criticals.criticals ().empty ());
   EXPECT_TRUE (criticals.warnings ().empty ());
@@ -94,7 +99,7 @@ TEST (Plugin, NeedsItsDescriptor)
 
 TEST (Plugin, DescriptorNeedsNameAndInit)
 {
-  for (const std::string name : {"no-name"})
+  for (const std::string name : {"no-name", "empty-name"})
     expect_load_error (fake (name), VORN_PLUGIN_ERROR_INIT,
                        "the descriptor of plug-in " + fake (name) + " has no name");
   expect_load_error (fake ("no-init"), VORN_PLUGIN_ERROR_INIT,
@@ -104,7 +109,7 @@ TEST (Plugin, DescriptorNeedsNameAndInit)
 TEST (Plugin, FailingInitIsAnErrorEachTime)
 {
   LogCapture log;
-  for (const std::string name : {"init-fails"})
+  for (const std::string name : {"init-fails", "init-fails-late"})
     for (int i = 0; i < 3; i++)
       expect_load_error (fake (name), VORN_PLUGIN_ERROR_INIT,
                          "plug-in fake_plugin (" + fake (name) + ") failed to initialise");
@@ -117,6 +122,7 @@ TEST (Plugin, RefusedElementsFailTheInit)
     std::vector<std::string> log;
   } rows[] = {
       {"no-product", {"element 'fake' refused: its type is no product"}},
+      {"abstract", {"element 'fake' refused: its type is abstract"}},
       {"duplicate", {"element 'fake' refused: the name is taken"}},
       {"nameless-elements",
        {"element '(null)' refused: it has no name", "element '' refused: it has no name"}},

@@ -45,7 +45,7 @@ typedef enum {
 VORN_API G_DECLARE_FINAL_TYPE (VornPlugin, vorn_plugin, VORN, PLUGIN, GTypeModule)
 
 /**
- * Loads a plug-in and runs its init, once per path: a second call returns the same object.
+ * Loads a plug-in and runs its init, once per file: a second call returns the same object.
  * Borrowed: it lives as long as the process.
  */
 VORN_API VornPlugin *vorn_plugin_load (const gchar *path, GError **error);
@@ -63,8 +63,8 @@ VORN_API VornProduct *vorn_plugin_create_product (VornPlugin *plugin, const gcha
 
 /**
  * For a plug-in's init: announces a product type under an element name. FALSE (with an error
- * logged) for an empty or taken name, a type that is no product, or a module that the framework
- * does not load.
+ * logged) for an empty or taken name, a type that is no product or abstract, or a module that the
+ * framework does not load.
  */
 VORN_API gboolean vorn_plugin_register_element (GTypeModule *module, const gchar *name, GType type);
 
