@@ -33,6 +33,8 @@ constexpr const char *camera_keys[] = {"video-device", "element",          "sens
                                        "focal-length", "orientation",      "factory-orientation",
                                        "position",     "alignment-offsets"};
 
+constexpr const char *product_keys[] = {"thermal-alignment-offsets"};
+
 /** Reads the keys of one group; the first thing wrong is kept as the error, naming file, group and
  * key. */
 class Group
@@ -67,7 +69,8 @@ public:
     }
     vorn::ErrorOut error;
     vorn::OwnedString value (g_key_file_get_string (key_file_, name_, key, error.out ()));
-    if (!value)
+    // A value with a wrong escape comes with its error, not instead of it.
+    if (!value || error)
       fail (key, error.message ());
     else if (*value == '\0')
       fail (key, "empty");
@@ -103,7 +106,7 @@ public:
     gsize count = 0;
     const vorn::Owned<gdouble, g_free> list (
         g_key_file_get_double_list (key_file_, name_, key, &count, error.out ()));
-    if (!list)
+    if (error)
       return fail (key, error.message ());
     if (count != values.size ())
       return fail (key, std::to_string (values.size ()) + " numbers expected, there are " +
@@ -245,6 +248,7 @@ VornProductConfiguration *vorn_product_configuration_load (const gchar *path, GE
   Group product (configuration->key_file, path, "product", error);
   product.alignment_offsets ("thermal-alignment-offsets",
                              &configuration->thermal_alignment_offsets);
+  product.warn_of_unknown_keys (product_keys);
   if (product.failed () || !read_cameras (configuration.get (), path, error))
     return nullptr;
   return configuration.release ();

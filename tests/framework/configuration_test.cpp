@@ -260,6 +260,7 @@ TEST_F (ConfigurationTest, WrongValues)
       {"capture-rect", "", "empty"},
       {"optical-center", "100", "2 numbers expected, there are 1"},
       {"optical-center", "1;2;3", "2 numbers expected, there are 3"},
+      {"optical-center", "", "2 numbers expected, there are 0"},
       {"optical-center", "nan;1", "a number that is not finite"},
       {"optical-center", "1;inf", "a number that is not finite"},
       {"focal-length", "0", "must be above 0"},
@@ -281,7 +282,8 @@ TEST_F (ConfigurationTest, WrongValues)
 
 TEST_F (ConfigurationTest, WhatGLibFindsWrongIsNamedToo)
 {
-  for (const std::string line : {"focal-length=long", "position=1;two;3", "optical-center=1;2x"}) {
+  for (const std::string line :
+       {"focal-length=long", "position=1;two;3", "optical-center=1;2x", "element=bad\\qescape"}) {
     EXPECT_FALSE (load (front + line + "\n"));
     ASSERT_TRUE (error_) << line;
     EXPECT_EQ (error_->code, VORN_CONFIGURATION_ERROR_VALUE);
@@ -320,7 +322,8 @@ TEST_F (ConfigurationTest, UnknownKeysAreWarnedOf)
   const std::string start = path_ + ": group '";
   const std::string end = "' is not known and has no effect";
   EXPECT_EQ (log_.texts (VORN_LOG_PRIORITY_WARNING),
-             (std::vector<std::string>{start + "camera-front': key 'sensor-sise" + end,
+             (std::vector<std::string>{start + "product': key 'thermal" + end,
+                                       start + "camera-front': key 'sensor-sise" + end,
                                        start + "camera-front': key 'focal" + end}));
 }
 
