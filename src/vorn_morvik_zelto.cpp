@@ -58,7 +58,8 @@ static gboolean setup_front (VornProduct *product, const VornProductConfiguratio
       vorn_morvik_zelto_front_virtual_camera_get_caps (camera), &mode);
   vorn_virtual_camera_set_mode (camera, &mode);
   const gboolean added = vorn_product_add_virtual_camera (product, camera);
-  vorn_virtual_camera_set_activation_state (camera, TRUE);
+  if (added)
+    vorn_virtual_camera_set_activation_state (camera, TRUE);
   vorn_product_set_active_cameras (product, front_camera_active);
   return added;
 }

@@ -1,5 +1,5 @@
-// Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
-// The real library, loaded as the host loads it.
+// Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier:
+// Apache-2.0 The real library, loaded as the host loads it.
 #include "product_fixture.hpp"
 
 #include <cstring>
@@ -175,6 +175,21 @@ TEST_F (ProductFixture, FirstOfTwoFrontCamerasServes)
       vorn_virtual_camera_get_mode (vorn_product_get_virtual_camera_by_name (product_, "front"));
   EXPECT_EQ (mode->recording.sub_mode, 2u);
   EXPECT_EQ (mode->recording.framerate.num, 50u);
+}
+
+TEST_F (ProductFixture, SetupOperationCalledAgainMakesNoSecondCamera)
+{
+  Configuration configuration ({front_camera});
+  ASSERT_TRUE (vorn_product_setup (product_, configuration.get ()));
+  VornVirtualCamera *front = vorn_product_get_virtual_camera_by_name (product_, "front");
+  log_.clear ();
+  CriticalCapture criticals;
+  EXPECT_FALSE (VORN_PRODUCT_GET_CLASS (product_)->setup (product_, configuration.get ()));
+  EXPECT_TRUE (
+      log_.has ("virtual camera 'front' refused: the name is taken", VORN_LOG_PRIORITY_ERROR));
+  EXPECT_TRUE (criticals.criticals ().empty ());
+  EXPECT_EQ (vorn_product_get_virtual_camera_by_name (product_, "front"), front);
+  EXPECT_EQ (g_list_length (vorn_product_get_virtual_cameras (product_)), 1u);
 }
 
 TEST_F (ProductFixture, TwoProductsOneAfterTheOther)
