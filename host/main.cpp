@@ -1,4 +1,5 @@
 // Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 
@@ -19,6 +20,15 @@ static int fail (const vorn::ErrorOut &error)
   return EXIT_FAILED;
 }
 
+/** What could not be written, on a full disk say, is no success. */
+static int finish_output ()
+{
+  if (fflush (stdout) == 0 && !ferror (stdout))
+    return EXIT_OK;
+  g_printerr ("vorn-host: cannot write the output: %s\n", g_strerror (errno));
+  return EXIT_FAILED;
+}
+
 int main (int argc, char **argv)
 {
   setlocale (LC_ALL, "");
@@ -31,7 +41,7 @@ int main (int argc, char **argv)
   if (options.version) {
     printf ("vorn-host %s (plug-in interface %u.%u)\n", VORN_VERSION, VORN_PLUGIN_VERSION_MAJOR,
             VORN_PLUGIN_VERSION_MINOR);
-    return EXIT_OK;
+    return finish_output ();
   }
 
   vorn_framework_init (nullptr, nullptr);
@@ -60,5 +70,5 @@ int main (int argc, char **argv)
     print_modes_json (product.get ());
   else
     print_modes (product.get ());
-  return EXIT_OK;
+  return finish_output ();
 }

@@ -187,4 +187,16 @@ TEST (Place, ThroughASymbolicLink)
   EXPECT_EQ (host.status, done) << host.errors;
 }
 
+TEST (Place, AFullDiskIsNoticed)
+{
+  for (const std::string option : {"", "--json"}) {
+    const ProcessResult host =
+        run_process ({"sh", "-c", "exec \"$0\" --config \"$1\" modes $2 >/dev/full", host_path (),
+                      desk_configuration (), option});
+    EXPECT_TRUE (host.exited);
+    EXPECT_EQ (host.status, failed);
+    EXPECT_TRUE (contains (host.errors, "vorn-host: cannot write the output: ")) << host.errors;
+  }
+}
+
 } // namespace
