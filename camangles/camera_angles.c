@@ -219,6 +219,19 @@ int32_t cameraAngles_GetAngles (cameraAngles_t *context, quat_t *attitude, uint6
   return ring_move_reader_by_one (&context->angleRing);
 }
 
+/* One by one: wider moves would have to wait until those of this Feed have reached the cache. */
+static void copy_attitudes (quat_t *to, const quat_t *from, uint32_t count)
+{
+  for (uint32_t i = 0; i < count; i++)
+    vec4_store (to + i, vec4_load (from + i));
+}
+
+static void copy_timestamps (uint64_t *to, const uint64_t *from, uint32_t count)
+{
+  for (uint32_t i = 0; i < count; i++)
+    to[i] = from[i];
+}
+
 int32_t cameraAngles_GetAnglesBuffer (cameraAngles_t *context, quat_t *attitudes,
                                       uint64_t *timestamps, int32_t *count)
 {
@@ -232,15 +245,15 @@ int32_t cameraAngles_GetAnglesBuffer (cameraAngles_t *context, quat_t *attitudes
   *count = popped;
   if (popped == 1)
     return cameraAngles_GetAngles (context, attitudes, timestamps);
-  /* Attitude by attitude: wider moves would have to wait for those of this Feed to reach the cache.
-   */
-  uint32_t slot = ring->rd;
-  for (int32_t i = 0; i < popped; i++) {
-    if (attitudes)
-      vec4_store (attitudes + i, vec4_load (context->angleQuat + slot));
-    if (timestamps)
-      timestamps[i] = context->rsTs[slot];
-    slot = ring_next (ring, slot);
+  const uint32_t first = ring_run (ring, ring->rd, (uint32_t)popped);
+  const uint32_t rest = (uint32_t)popped - first;
+  if (attitudes) {
+    copy_attitudes (attitudes, context->angleQuat + ring->rd, first);
+    copy_attitudes (attitudes + first, context->angleQuat, rest);
+  }
+  if (timestamps) {
+    copy_timestamps (timestamps, context->rsTs + ring->rd, first);
+    copy_timestamps (timestamps + first, context->rsTs, rest);
   }
   return ringBufferMoveReader (&context->angleRing, (uint32_t)popped);
 }
