@@ -68,7 +68,9 @@ int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
         last = name;
       }
     } else {
-      const std::string full = name.empty () ? section + "." + last : name;
+      std::string full = name;
+      if (full.empty ())
+        full.append (section).append (".").append (last);
       const VornTelemetryEntry entry = {full.c_str (), type, element, count, place->bytes.data ()};
       if (vorn_telemetry_consumer_register (consumer, &entry, 1) == 0)
         wanted.emplace_back (full, place.get ());

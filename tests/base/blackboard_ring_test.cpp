@@ -172,7 +172,7 @@ TEST (BlackboardRing, AnyCountersStayInsideTheImage)
   // Run under the address sanitizer: an access outside of the image would show.
   RingImage image ({24, 5, 1000, 0});
   const auto reader = image.reader ();
-  std::vector<std::byte> buffer (24 * 8);
+  std::vector<std::byte> buffer (size_t{24} * 8);
   const uint64_t values[] = {0,
                              1,
                              4,
@@ -213,7 +213,7 @@ TEST (BlackboardRing, GeometryHasRoomForTheSampleBeingWritten)
     EXPECT_EQ (geometry.slot_count, slots);
     EXPECT_EQ (geometry.times_offset, 256u);
     EXPECT_EQ (geometry.samples_offset % 64, 0u);
-    EXPECT_EQ (geometry.image_size, geometry.samples_offset + slots * 16);
+    EXPECT_EQ (geometry.image_size, geometry.samples_offset + uint64_t{slots} * 16);
   }
   EXPECT_EQ (geometry.derive ({16, 1, 0, 0}, 1048577),
              "annex size 1048577 is not within 0 to 1048576");

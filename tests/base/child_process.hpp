@@ -29,6 +29,7 @@ public:
                         "blackboard-helper";
     arguments.insert (arguments.begin (), helper.string ());
     std::vector<char *> argv;
+    argv.reserve (arguments.size () + 1);
     for (auto &argument : arguments)
       argv.push_back (argument.data ());
     argv.push_back (nullptr);
