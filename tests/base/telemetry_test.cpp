@@ -128,7 +128,7 @@ TEST_F (TelemetryTest, EveryTypeArrivesBitByBit)
 
   for (int round = 0; round < 20; round++) {
     out.num = round == 0 ? INT32_MIN : round * 1000003;
-    out.program = round == 0 ? INT16_MIN : static_cast<int16_t> (-round);
+    out.program = static_cast<int16_t> (round == 0 ? INT16_MIN : -round);
     out.bias = round == 0 ? std::numeric_limits<double>::denorm_min () : round / 3.0;
     out.ratio = round == 0 ? -0.0f : static_cast<float> (round) / 7;
     out.luma = round == 0 ? UINT16_MAX : 512;
@@ -362,38 +362,38 @@ TEST_F (TelemetryTest, BadVariablesAreRefused)
   EXPECT_EQ (add_any (longest.c_str (), 9, 4, 1, &room), 0);
   const struct {
     const char *name;
+    const void *address;
     uint32_t type;
     uint32_t size;
     uint32_t count;
-    const void *address;
     int error;
     std::string text;
   } rows[] = {
-      {nullptr, 9, 4, 1, &room, -EINVAL, "variable 'bad.(null)' refused: no name"},
-      {"v", 9, 4, 1, nullptr, -EINVAL, "variable 'bad.v' refused: no address"},
-      {"", 9, 4, 1, &room, -EINVAL,
+      {nullptr, &room, 9, 4, 1, -EINVAL, "variable 'bad.(null)' refused: no name"},
+      {"v", nullptr, 9, 4, 1, -EINVAL, "variable 'bad.v' refused: no address"},
+      {"", &room, 9, 4, 1, -EINVAL,
        "variable 'bad.' refused: a name has 1 to 63 letters, digits, '_', '-' or '.'"},
-      {"a b", 9, 4, 1, &room, -EINVAL,
+      {"a b", &room, 9, 4, 1, -EINVAL,
        "variable 'bad.a b' refused: a name has 1 to 63 letters, digits, '_', '-' or '.'"},
-      {too_long.c_str (), 9, 4, 1, &room, -EINVAL,
+      {too_long.c_str (), &room, 9, 4, 1, -EINVAL,
        "variable 'bad." + too_long +
            "' refused: a name has 1 to 63 letters, digits, '_', '-' or '.'"},
-      {longest.c_str (), 9, 4, 1, &room, -EEXIST,
+      {longest.c_str (), &room, 9, 4, 1, -EEXIST,
        "variable 'bad." + longest + "' refused: registered already"},
-      {"v", 0, 4, 1, &room, -EINVAL, "variable 'bad.v' refused: unknown type code 0"},
-      {"v", 11, 4, 1, &room, -EINVAL, "variable 'bad.v' refused: unknown type code 11"},
-      {"v", 9, 8, 1, &room, -EINVAL,
+      {"v", &room, 0, 4, 1, -EINVAL, "variable 'bad.v' refused: unknown type code 0"},
+      {"v", &room, 11, 4, 1, -EINVAL, "variable 'bad.v' refused: unknown type code 11"},
+      {"v", &room, 9, 8, 1, -EINVAL,
        "variable 'bad.v' refused: size 8 does not fit type code 9, which has 4"},
-      {"v", 3, 4, 1, &room, -EINVAL,
+      {"v", &room, 3, 4, 1, -EINVAL,
        "variable 'bad.v' refused: size 4 does not fit type code 3, which has 2"},
-      {"v", 10, 4, 1, &room, -EINVAL,
+      {"v", &room, 10, 4, 1, -EINVAL,
        "variable 'bad.v' refused: size 4 does not fit type code 10, which has 8"},
-      {"v", 5, 0, 1, &room, -EINVAL,
+      {"v", &room, 5, 0, 1, -EINVAL,
        "variable 'bad.v' refused: size 0 does not fit type code 5, which has 4"},
-      {"v", 9, 4, 0, &room, -EINVAL, "variable 'bad.v' refused: count 0 is not within 1 to 65536"},
-      {"v", 9, 4, 65537, &room, -EINVAL,
+      {"v", &room, 9, 4, 0, -EINVAL, "variable 'bad.v' refused: count 0 is not within 1 to 65536"},
+      {"v", &room, 9, 4, 65537, -EINVAL,
        "variable 'bad.v' refused: count 65537 is not within 1 to 65536"},
-      {"v", 10, 8, 8192, &room, -EINVAL,
+      {"v", &room, 10, 8, 8192, -EINVAL,
        "variable 'bad.v' refused: more than 65536 bytes in a sample"},
   };
   for (const auto &row : rows) {
