@@ -12,6 +12,8 @@
 #include <vorn/log.h>
 
 #include "encoder_support.hpp"
+#include "process.hpp"
+#include "temp_dir.hpp"
 
 namespace fs = std::filesystem;
 
@@ -31,9 +33,7 @@ class EncoderPrefix : public testing::Test
 protected:
   EncoderPrefix ()
   {
-    const vorn::OwnedString folder (g_dir_make_tmp ("encoder-prefix-XXXXXX", nullptr));
-    prefix_ = fs::canonical (folder.get ());
-    libraries_ = prefix_ / "lib" / "of-this-machine";
+    libraries_ = fs::path (prefix_.path ()) / "lib" / "of-this-machine";
     // As far from the libraries as it is in an installation.
     presets_ = (libraries_ / getenv ("VORN_TEST_PRESETS_FROM_LIBRARY")).lexically_normal ();
     fs::create_directories (libraries_);
@@ -41,22 +41,18 @@ protected:
     for (const fs::path &library : {library_of (vorn_encoder_new), library_of (vorn_log)})
       fs::copy (fs::canonical (library), libraries_ / library.filename ());
   }
-  ~EncoderPrefix () override { fs::remove_all (prefix_); }
 
   void run_child (const std::string &filter)
   {
-    const std::string command = "env -u GST_PRESET_PATH LD_LIBRARY_PATH=" + libraries_.string () +
-                                " " + fs::read_symlink ("/proc/self/exe").string () +
-                                " --gtest_also_run_disabled_tests --gtest_filter=" + filter;
-    gchar *out = nullptr;
-    gint status = -1;
-    ASSERT_TRUE (g_spawn_command_line_sync (command.c_str (), &out, nullptr, &status, nullptr));
-    const vorn::OwnedString owner (out);
-    EXPECT_EQ (status, 0) << out;
-    EXPECT_NE (std::string (out).find ("[  PASSED  ] 1 test."), std::string::npos) << out;
+    const ProcessResult child =
+        run_process ({"env", "-u", "GST_PRESET_PATH", "LD_LIBRARY_PATH=" + libraries_.string (),
+                      fs::read_symlink ("/proc/self/exe"), "--gtest_also_run_disabled_tests",
+                      "--gtest_filter=" + filter});
+    EXPECT_EQ (child.status, 0) << child.output << child.errors;
+    EXPECT_NE (child.output.find ("[  PASSED  ] 1 test."), std::string::npos) << child.output;
   }
 
-  fs::path prefix_;
+  TempDir prefix_;
   fs::path libraries_;
   fs::path presets_;
 };

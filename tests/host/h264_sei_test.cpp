@@ -2,7 +2,6 @@
 // The tool h264-sei, run on recordings as the product makes them: encoded, post-processed, muxed.
 // argv[1] is the tool.
 #include <cmath>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -16,8 +15,9 @@
 #include <vorn/framework.h>
 
 #include "frame_postprocessor_support.hpp"
+#include "process.hpp"
+#include "temp_dir.hpp"
 
-namespace fs = std::filesystem;
 using h264::Bytes;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -33,6 +33,7 @@ constexpr int frame_count = 40;
 constexpr GstClockTime first_capture_ns = (GstClockTime{86400} - 1) * GST_SECOND + 123456789;
 constexpr GstClockTime capture_step_ns = 33366667;
 
+/** How the tool ended, by itself, and what it printed. */
 struct Outcome {
   int status;
   std::string out;
@@ -48,34 +49,19 @@ struct Outcome {
   }
 };
 
-Outcome run (const std::vector<std::string> &arguments)
+Outcome run (std::vector<std::string> arguments)
 {
-  std::vector<gchar *> argv = {tool.data ()};
-  for (const std::string &argument : arguments)
-    argv.push_back (const_cast<gchar *> (argument.c_str ()));
-  argv.push_back (nullptr);
-  gchar *out = nullptr;
-  gchar *err = nullptr;
-  gint status = -1;
-  vorn::ErrorOut error;
-  g_spawn_sync (nullptr, argv.data (), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
-                &status, error.out ());
-  const vorn::OwnedString out_owner (out);
-  const vorn::OwnedString err_owner (err);
-  EXPECT_FALSE (error) << error.message ();
-  return {WEXITSTATUS (status), out ? out : "", err ? err : ""};
+  arguments.insert (arguments.begin (), tool);
+  const ProcessResult result = run_process (arguments);
+  EXPECT_TRUE (result.exited) << result.errors;
+  return {result.status, result.output, result.errors};
 }
 
 class H264SeiTool : public testing::Test
 {
 protected:
   static void SetUpTestSuite () { vorn_framework_init (nullptr, nullptr); }
-  H264SeiTool () : folder_ (vorn::OwnedString (g_dir_make_tmp ("h264-sei-XXXXXX", nullptr)).get ())
-  {
-  }
-  ~H264SeiTool () override { fs::remove_all (folder_); }
-
-  std::string path (const std::string &name) const { return folder_ / name; }
+  std::string path (const std::string &name) const { return folder_.at (name); }
 
   std::string write (const std::string &name, const Bytes &bytes) const
   {
@@ -157,7 +143,7 @@ private:
     return GST_PAD_PROBE_OK;
   }
 
-  fs::path folder_;
+  TempDir folder_;
   postprocessing::Postprocessor state_;
   GstClockTime captured_ = 0;
   bool byte_stream_ = false;

@@ -1,8 +1,7 @@
 // Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
 // The frame postprocessor over streams of real encoders: what comes out is read by GStreamer's
 // parser and by FFmpeg, and decodes to the same pictures as what went in.
-#include <filesystem>
-#include <fstream>
+#include <cmath>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -15,6 +14,8 @@
 #include "frame_postprocessor_support.hpp"
 #include "h264_trace.hpp"
 #include "log_capture.hpp"
+#include "process.hpp"
+#include "temp_dir.hpp"
 
 using namespace postprocessing;
 using testing::ElementsAre;
@@ -64,24 +65,15 @@ Bytes byte_stream (const std::vector<std::vector<Bytes>> &units)
 /** Checksums of the pictures that FFmpeg decodes, in order; its complaints fail the test. */
 std::vector<std::string> decode (const Bytes &stream)
 {
-  const vorn::OwnedString folder (g_dir_make_tmp ("postprocessor-XXXXXX", nullptr));
-  const std::string path = std::string (folder.get ()) + "/stream.h264";
-  std::ofstream (path, std::ios::binary)
-      .write (reinterpret_cast<const char *> (stream.data ()),
-              static_cast<std::streamsize> (stream.size ()));
-  const std::string command =
-      "ffmpeg -hide_banner -nostdin -v warning -f h264 -i " + path + " -f framemd5 -";
-  gchar *out = nullptr;
-  gchar *err = nullptr;
-  gint status = -1;
-  EXPECT_TRUE (g_spawn_command_line_sync (command.c_str (), &out, &err, &status, nullptr));
-  const vorn::OwnedString out_owner (out);
-  const vorn::OwnedString err_owner (err);
-  std::filesystem::remove_all (folder.get ());
-  EXPECT_EQ (status, 0);
-  EXPECT_STREQ (err, "");
+  const TempDir folder;
+  const std::string path =
+      folder.write ("stream.h264", std::string (stream.begin (), stream.end ()));
+  const ProcessResult ffmpeg = run_process ({"ffmpeg", "-hide_banner", "-nostdin", "-v", "warning",
+                                             "-f", "h264", "-i", path, "-f", "framemd5", "-"});
+  EXPECT_EQ (ffmpeg.status, 0);
+  EXPECT_EQ (ffmpeg.errors, "");
   std::vector<std::string> pictures;
-  std::istringstream lines (out);
+  std::istringstream lines (ffmpeg.output);
   for (std::string line; std::getline (lines, line);)
     if (!line.empty () && line[0] != '#')
       pictures.push_back (line.substr (line.rfind (' ') + 1));
