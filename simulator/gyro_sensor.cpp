@@ -58,7 +58,7 @@ std::optional<std::array<std::array<int8_t, 3>, 3>> parse_mount_matrix (const st
   if (n != 9 || static_cast<size_t> (end) != text.size () ||
       std::any_of (v, v + 9, [] (int entry) { return entry < -1 || entry > 1; }))
     return std::nullopt;
-  const auto row = [&v] (int r) { return Vector3<int>{v[3 * r], v[3 * r + 1], v[3 * r + 2]}; };
+  const auto row = [&v] (size_t r) { return Vector3<int>{v[3 * r], v[3 * r + 1], v[3 * r + 2]}; };
   const auto third = cross (row (0), row (1));
   if (dot (row (0), row (0)) != 1 || dot (row (1), row (1)) != 1 || dot (row (0), row (1)) != 0 ||
       third.x != v[6] || third.y != v[7] || third.z != v[8])

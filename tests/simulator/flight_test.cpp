@@ -4,8 +4,8 @@
 
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <random>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -174,7 +174,8 @@ TEST_P (NamedFlights, SeedFixesEverything)
   for (const double t : {0.0, 3.7, 99.0, 5000.0}) {
     const auto x = a->at (t);
     const auto y = b->at (t);
-    EXPECT_EQ (memcmp (&x.attitude, &y.attitude, sizeof x.attitude), 0);
+    EXPECT_EQ (std::tie (x.attitude.x, x.attitude.y, x.attitude.z, x.attitude.w),
+               std::tie (y.attitude.x, y.attitude.y, y.attitude.z, y.attitude.w));
     EXPECT_EQ (distance (x.rate_rad_s, y.rate_rad_s), 0);
     EXPECT_EQ (distance (x.position_m, y.position_m), 0);
     EXPECT_GT (distance (x.rate_rad_s, other->at (t).rate_rad_s), 1e-6);
