@@ -94,8 +94,11 @@ SeiMessage decode_user_data (const GstH264UserDataUnregistered &user_data)
   const std::string uuid = format_uuid (user_data.uuid);
   result.fields = {{"uuid", uuid}};
   if (is_streaming_uuid (user_data.uuid) && user_data.size == VORN_STREAMING_SEI_PAYLOAD_SIZE) {
-    const unsigned slices = GST_READ_UINT16_BE (user_data.data);
-    const unsigned macroblocks = GST_READ_UINT16_BE (user_data.data + 2);
+    const auto word = [&] (unsigned at) -> unsigned {
+      return static_cast<unsigned> (user_data.data[at]) << 8 | user_data.data[at + 1];
+    };
+    const unsigned slices = word (0);
+    const unsigned macroblocks = word (2);
     result.text =
         format ("Kavrel Streaming v2, slices %u, macroblocks per slice %u", slices, macroblocks);
     result.fields.emplace_back ("content", "Kavrel Streaming v2");

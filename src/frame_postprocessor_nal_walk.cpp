@@ -2,9 +2,24 @@
 #include "frame_postprocessor_nal_walk.hpp"
 
 #include <algorithm>
+#include <cstring>
 
 namespace frame_postprocessor
 {
+
+// GStreamer's macros for this read unaligned words, which the language does not allow.
+guint32 read_prefix (const guint8 *data)
+{
+  guint32 value = 0;
+  memcpy (&value, data, prefix_size);
+  return GUINT32_FROM_BE (value);
+}
+
+void write_prefix (guint8 *data, guint32 value)
+{
+  value = GUINT32_TO_BE (value);
+  memcpy (data, &value, prefix_size);
+}
 
 NalWalk::NalWalk (GstH264NalParser *parser, GstBuffer *buffer) : parser_ (parser), buffer_ (buffer)
 {
@@ -24,7 +39,7 @@ bool NalWalk::next ()
   const GstH264ParserResult result = identify ();
   if (result != GST_H264_PARSER_OK && result != GST_H264_PARSER_NO_NAL_END)
     return false;
-  const guint32 length = GST_READ_UINT32_BE (prefix);
+  const guint32 length = read_prefix (prefix);
   const guint rest = total_ - offset ();
   cut_ = length > rest;
   if (result == GST_H264_PARSER_NO_NAL_END) {

@@ -8,8 +8,11 @@
 namespace frame_postprocessor
 {
 
-/** Bytes before each NAL unit: its length, or a start code. */
+/** Bytes before each NAL unit: its length, big endian, or a start code. */
 constexpr guint prefix_size = 4;
+
+guint32 read_prefix (const guint8 *data);
+void write_prefix (guint8 *data, guint32 value);
 
 /**
  * Stands before the first unit; next () goes on to the following one. Only the memories that hold

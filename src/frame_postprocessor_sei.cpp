@@ -175,9 +175,9 @@ vorn::Ref<GstMemory> write_nal_unit (FramePostprocessor *state)
     if (!check ("vorn_h264_writer_write", static_cast<int> (size)))
       return nullptr;
     if (avc)
-      GST_WRITE_UINT32_BE (map.data (), static_cast<guint32> (size));
+      write_prefix (map.data (), static_cast<guint32> (size));
     else if (byte_stream)
-      GST_WRITE_UINT32_BE (map.data (), 1);
+      write_prefix (map.data (), 1);
   }
   gst_memory_resize (memory.get (), 0, static_cast<gsize> (size) + reserved);
   return memory;

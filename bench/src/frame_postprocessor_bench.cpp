@@ -97,9 +97,8 @@ constexpr guint8 own_sei[] = {0x06, 0x01, 0x01, 0x04, 0x80};
 
 void append (Bytes &unit, const guint8 *data, size_t size)
 {
-  guint8 length[4];
-  GST_WRITE_UINT32_BE (length, static_cast<guint32> (size));
-  unit.insert (unit.end (), length, length + 4);
+  for (int shift = 24; shift >= 0; shift -= 8)
+    unit.push_back (static_cast<guint8> (size >> shift));
   unit.insert (unit.end (), data, data + size);
 }
 

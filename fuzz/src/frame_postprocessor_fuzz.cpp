@@ -36,11 +36,20 @@ void require (bool holds)
     abort ();
 }
 
+/** Big endian. */
+uint32_t read_number (const uint8_t *data, unsigned bytes)
+{
+  uint32_t value = 0;
+  for (unsigned i = 0; i < bytes; i++)
+    value = value << 8 | data[i];
+  return value;
+}
+
 /** Where the first slice begins that whole NAL units lead to; 0 without one. */
 size_t first_slice (const Bytes &unit)
 {
   for (size_t at = 0; at + 4 < unit.size ();) {
-    const uint64_t size = GST_READ_UINT32_BE (unit.data () + at);
+    const uint64_t size = read_number (unit.data () + at, 4);
     const unsigned type = unit[at + 4] & 0x1f;
     if (size == 0 || size > UINT32_MAX - 4)
       return 0;
@@ -88,7 +97,7 @@ void check_what_was_put_before (const uint8_t *data, size_t size)
 {
   while (size > 0) {
     require (size > 4);
-    const size_t unit_size = GST_READ_UINT32_BE (data);
+    const size_t unit_size = read_number (data, 4);
     require (unit_size > 0 && unit_size <= size - 4);
     const uint8_t *unit = data + 4;
     const unsigned type = unit[0] & 0x1f;
@@ -133,7 +142,7 @@ extern "C" int LLVMFuzzerTestOneInput (const uint8_t *data, size_t size)
   const Postprocessor parted (frame_postprocessor_new ());
   while (size >= 4) {
     const uint8_t flags = data[0];
-    const size_t length = std::min<size_t> (GST_READ_UINT16_BE (data + 2), size - 4);
+    const size_t length = std::min<size_t> (read_number (data + 2, 2), size - 4);
     const Bytes unit (data + 4, data + 4 + length);
     const size_t cut = std::min<size_t> (data[1], length);
     data += 4 + length;

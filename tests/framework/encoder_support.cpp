@@ -22,8 +22,9 @@ static Unit take_apart (GstBuffer *buffer)
   const vorn::BufferMap map (buffer, GST_MAP_READ);
   size_t at = 0;
   while (at + 4 < map.size ()) {
-    const size_t size = GST_READ_UINT32_BE (map.data () + at);
-    at += 4;
+    size_t size = 0;
+    for (int i = 0; i < 4; i++)
+      size = size << 8 | map.data ()[at++];
     if (size == 0 || size > map.size () - at)
       break;
     unit.nalus.emplace_back (map.data () + at, map.data () + at + size);
