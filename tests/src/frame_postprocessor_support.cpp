@@ -58,8 +58,8 @@ size_t first_slice (const Bytes &access_unit)
       return 0;
     if (type == 1 || type == 5)
       return at;
-    // The extension units have three bytes more in their header.
-    if ((type == 14 || type == 20 || type == 21) && size < 4)
+    // Prefix and extension units have three bytes more in their header.
+    if ((type == 14 || type == 20) && size < 4)
       return 0;
     at += 4 + size;
   }
