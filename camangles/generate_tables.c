@@ -36,7 +36,8 @@ static double kaiser_sinc (int phase, int tap)
   const int length = KAISER_SINC_PHASES * KAISER_SINC_TAPS;
   const int m = KAISER_SINC_PHASES * tap - phase + KAISER_SINC_PHASES - 1;
   const double beta = 5.0;
-  const double t = (m - (length / 2 - 1)) / (double)KAISER_SINC_PHASES;
+  const int centre = length / 2 - 1;
+  const double t = (m - centre) / (double)KAISER_SINC_PHASES;
   const double r = 2.0 * m / (length - 1) - 1;
   const double window = bessel_i0 (beta * sqrt (1 - r * r)) / bessel_i0 (beta);
   return t == 0 ? window : sin (PI * t) / (PI * t) * window;

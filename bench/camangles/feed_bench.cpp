@@ -58,7 +58,7 @@ void feed (benchmark::State &state)
   std::vector<quat_t> attitudes (1024 * factor);
   std::vector<uint64_t> timestamps (1024 * factor);
   uint64_t i = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const size_t slot = i % n_samples;
     cameraAngles_Feed (context.get (), nullptr, i++, rates[0][slot], rates[1][slot], rates[2][slot],
                        duration);
@@ -77,7 +77,7 @@ void feed_referenced (benchmark::State &state)
   std::vector<quat_t> attitudes (1024 * factor);
   const quat_t reference = {0.0f, 0.0f, 0.0f, 1.0f};
   uint64_t i = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const size_t slot = i % n_samples;
     cameraAngles_Feed (context.get (), &reference, i++, rates[0][slot], rates[1][slot],
                        rates[2][slot], 0.0f);
@@ -112,7 +112,7 @@ void floor_of_feed (benchmark::State &state)
   std::vector<quat_t> attitudes (factor);
   quat_t attitude = {0.0f, 0.0f, 0.0f, 1.0f};
   size_t i = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const size_t slot = i++ % (n_samples - 128);
     const float *const input[3] = {&rates[0][slot], &rates[1][slot], &rates[2][slot]};
     if (filtered && i % window == 0)
@@ -131,7 +131,7 @@ void library_stack (benchmark::State &state)
   LibraryStack stack (factor, rate_hz, state.range (1) ? 150.0f / rate_hz : 0.0f);
   std::vector<float> attitudes (4 * static_cast<size_t> (factor));
   size_t i = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const size_t slot = i++ % n_samples;
     stack.feed (rates[0][slot], rates[1][slot], rates[2][slot], attitudes.data ());
     benchmark::ClobberMemory ();
@@ -147,7 +147,7 @@ size_t heap_bytes ()
 void new_and_close (benchmark::State &state)
 {
   const unsigned log2_factor = log2_of (state.range (0));
-  for (auto _ : state)
+  for ([[maybe_unused]] auto _ : state)
     Context (cameraAngles_New (log2_factor, rate_hz));
   const size_t before = heap_bytes ();
   Context context (cameraAngles_New (log2_factor, rate_hz));

@@ -21,7 +21,7 @@ LibraryStack::LibraryStack (unsigned factor, float rate_hz, float cutoff)
 {
   p_->factor = factor;
   p_->dt = 1.0f / (rate_hz * static_cast<float> (factor));
-  for (int axis = 0; axis < 3; axis++) {
+  for (size_t axis = 0; axis < 3; axis++) {
     if (cutoff > 0)
       p_->filters[axis] = iirfilt_rrrf_create_lowpass (2, cutoff);
     if (factor > 1)
@@ -44,7 +44,7 @@ void LibraryStack::feed (float x, float y, float z, float *attitudes)
 {
   Private &p = *p_;
   const std::array<float, 3> sample = {x, y, z};
-  for (int axis = 0; axis < 3; axis++) {
+  for (size_t axis = 0; axis < 3; axis++) {
     float value = sample[axis];
     if (p.filters[axis])
       iirfilt_rrrf_execute (p.filters[axis], value, &value);
@@ -53,7 +53,7 @@ void LibraryStack::feed (float x, float y, float z, float *attitudes)
     else
       p.rates[axis][0] = value;
   }
-  for (unsigned i = 0; i < p.factor; i++) {
+  for (size_t i = 0; i < p.factor; i++) {
     const Eigen::Vector3f turn =
         Eigen::Vector3f (p.rates[0][i], p.rates[1][i], p.rates[2][i]) * p.dt;
     const float angle = turn.norm ();

@@ -72,6 +72,7 @@ private:
 void replay (const Options &options, std::istream &in, std::ostream &out)
 {
   const std::string name = options.input == "-" ? "standard input" : options.input;
+  const std::string place = name + ":";
   const Context context = make_context (options);
   AttitudeWriter writer (options, out);
   RecordingParser parser;
@@ -80,7 +81,7 @@ void replay (const Options &options, std::istream &in, std::ostream &out)
   for (std::string line; std::getline (in, line);) {
     line_number++;
     const auto fail = [&] (const std::string &reason) {
-      throw Failure (name + ":" + std::to_string (line_number) + ": " + reason);
+      throw Failure (place + std::to_string (line_number) + ": " + reason);
     };
     std::optional<Sample> sample;
     try {

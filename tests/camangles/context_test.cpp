@@ -392,6 +392,7 @@ TEST (ContextBias, InitStageLearnsTheRunningMean)
     const float rate = 0.25f + 0.05f * static_cast<float> (i % 7 - 3);
     sum += static_cast<double> (rate);
     feed (context, static_cast<uint64_t> (i), rate);
+    drain (context.get ());
     /* Each step rounds the mean once. */
     ASSERT_NEAR (context->bias[0], sum / i, 1e-6 * std::sqrt (i) + 1e-7) << i;
     ASSERT_EQ (context->biasCount, i);
