@@ -331,8 +331,9 @@ static void kavrel_morvik_src_class_init (KavrelMorvikSrcClass *klass)
       element_class, "Simulated camera source", "Source/Video",
       "Live frames of a simulated camera, taken from its unix socket without copying. Each buffer "
       "carries frame metadata: capture-timestamp (ns of the system's monotonic clock, when the "
-      "exposure of the picture's top edge begins), exposure-ns, readout-ns, hfov and vfov (rad), "
-      "focal-x, focal-y, center-x, center-y (pixels), sensor-rect-left, -top, -width, -height "
+      "exposure of the picture's top edge begins), exposure-ns, readout-ns, hfov and vfov (rad, as "
+      "if the rectangle's middle lay on the axis), focal-x, focal-y, center-x, center-y (pixels), "
+      "sensor-rect-left, -top, -width, -height "
       "(sensor pixels). The signal new-frame gives the capture-timestamp of each frame before it "
       "is pushed",
       "the vornmorvikzelto authors");

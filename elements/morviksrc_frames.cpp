@@ -82,10 +82,10 @@ CameraOutcome connect_camera (KavrelMorvikSrc *src, int64_t deadline_ns)
   return outcome;
 }
 
-/** The angle that a picture's side subtends. */
-double angle_of (double side, double center, double focal)
+/** The angle of a side whose middle lies on the axis. */
+double angle_of (uint32_t pixels, double focal_pixels)
 {
-  return std::atan2 (side - center, focal) + std::atan2 (center, focal);
+  return 2 * std::atan2 (pixels / 2.0, focal_pixels);
 }
 
 CameraOutcome start_stream (KavrelMorvikSrc *src, int64_t deadline_ns)
@@ -112,10 +112,8 @@ CameraOutcome start_stream (KavrelMorvikSrc *src, int64_t deadline_ns)
   state.next_sequence = 0;
   state.late_frames = 0;
   state.geometry = state.client.stream ()->description ();
-  state.horizontal_fov_rad =
-      angle_of (request.width, state.geometry.center_x, state.geometry.focal_x);
-  state.vertical_fov_rad =
-      angle_of (request.height, state.geometry.center_y, state.geometry.focal_y);
+  state.horizontal_fov_rad = angle_of (request.width, state.geometry.focal_x);
+  state.vertical_fov_rad = angle_of (request.height, state.geometry.focal_y);
   state.period_ns = period_ns_of (state.info);
   set_latency (src, state.geometry.latency_ns + transport_allowance_ns);
   GST_INFO_OBJECT (src, "rectangle %ux%u at %u,%u as %ux%u pixels, %u/%u frames per second",

@@ -1,16 +1,16 @@
 // Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
-// The maker's elements, one registration each.
+// The GStreamer plug-in with the camera's own elements.
 #include <gst/gst.h>
 
 #include "morviksrc.hpp"
 
 static gboolean plugin_init (GstPlugin *plugin)
 {
-  gboolean registered = FALSE;
-  registered |= GST_ELEMENT_REGISTER (kavrel_morviksrc, plugin);
+  gboolean registered = TRUE;
+  registered &= GST_ELEMENT_REGISTER (kavrel_morviksrc, plugin);
   return registered;
 }
 
-GST_PLUGIN_DEFINE (GST_VERSION_MAJOR, GST_VERSION_MINOR, kavrel, "Camera elements of the drone",
-                   plugin_init, PACKAGE_VERSION, "Apache 2.0", "vornmorvikzelto",
-                   "https://vornmorvikzelto.invalid/")
+GST_PLUGIN_DEFINE (GST_VERSION_MAJOR, GST_VERSION_MINOR, vornelements,
+                   "Elements of the simulated camera", plugin_init, PACKAGE_VERSION, "Apache 2.0",
+                   PACKAGE, "https://vornmorvikzelto.invalid")

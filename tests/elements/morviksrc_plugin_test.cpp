@@ -18,7 +18,7 @@ TEST (ElementsPlugin, LoadsFromItsFolderAndDocumentsItself)
   ASSERT_TRUE (element);
   const auto plugin = vorn::adopt (gst_plugin_feature_get_plugin (
       GST_PLUGIN_FEATURE (gst_element_get_factory (element.get ()))));
-  EXPECT_STREQ (gst_plugin_get_name (plugin.get ()), "kavrel");
+  EXPECT_STREQ (gst_plugin_get_name (plugin.get ()), "vornelements");
   for (const char *key : {GST_ELEMENT_METADATA_LONGNAME, GST_ELEMENT_METADATA_KLASS,
                           GST_ELEMENT_METADATA_DESCRIPTION, GST_ELEMENT_METADATA_AUTHOR})
     EXPECT_NE (gst_element_get_metadata (element.get (), key), nullptr) << key;
