@@ -3,11 +3,13 @@
 #include <gst/gst.h>
 
 #include "morviksrc.hpp"
+#include "tovrinfilter_element.hpp"
 
 static gboolean plugin_init (GstPlugin *plugin)
 {
   gboolean registered = TRUE;
   registered &= GST_ELEMENT_REGISTER (kavrel_morviksrc, plugin);
+  registered &= kavrel_tovrinfilter_register (plugin);
   return registered;
 }
 
