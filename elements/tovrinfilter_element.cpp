@@ -27,6 +27,17 @@ constexpr int row_knots = 64;
 struct Private {
   SharedSettings settings;
 
+  /** Guards running, and keeps the base class's context from going while an upstream element asks
+   * for an allocation, which it may do during a state change. Nothing of ours is called with it
+   * held. */
+  GMutex running_mutex{};
+  bool running = false;
+
+  Private () { g_mutex_init (&running_mutex); }
+  ~Private () { g_mutex_clear (&running_mutex); }
+  Private (const Private &) = delete;
+  Private &operator= (const Private &) = delete;
+
   // The streaming thread's own.
   View view;
   std::string last_problem; // what the frames before could not be warped for; empty: they were
@@ -107,9 +118,25 @@ gboolean start (GstBaseTransform *transform)
   Private *priv = self_of (transform)->priv;
   priv->view.reset ();
   priv->last_problem.clear ();
-  return GST_BASE_TRANSFORM_CLASS (kavrel_tovrinfilter_parent_class)->start
-             ? GST_BASE_TRANSFORM_CLASS (kavrel_tovrinfilter_parent_class)->start (transform)
-             : TRUE;
+  const vorn::Lock lock (&priv->running_mutex);
+  priv->running = true;
+  return GST_BASE_TRANSFORM_CLASS (kavrel_tovrinfilter_parent_class)->start (transform);
+}
+
+gboolean stop (GstBaseTransform *transform)
+{
+  Private *priv = self_of (transform)->priv;
+  const vorn::Lock lock (&priv->running_mutex);
+  priv->running = false;
+  return GST_BASE_TRANSFORM_CLASS (kavrel_tovrinfilter_parent_class)->stop (transform);
+}
+
+gboolean propose_allocation (GstBaseTransform *transform, GstQuery *decide_query, GstQuery *query)
+{
+  Private *priv = self_of (transform)->priv;
+  const vorn::Lock lock (&priv->running_mutex);
+  return priv->running && GST_BASE_TRANSFORM_CLASS (kavrel_tovrinfilter_parent_class)
+                              ->propose_allocation (transform, decide_query, query);
 }
 
 gboolean gl_start (GstGLBaseFilter *base)
@@ -166,12 +193,11 @@ void report (Private *priv, const std::string &problem)
     VORN_LOG_WARNING ("%s: frames pass unwarped", problem.c_str ());
 }
 
-std::optional<AttitudeTrack> ask_for_attitude (KavrelTovrinFilter *self, const FrameTiming &timing,
+std::optional<AttitudeTrack> ask_for_attitude (KavrelTovrinFilter *self, const FrameInfo &frame,
                                                std::string *problem)
 {
   GstStructure *answer = nullptr;
-  g_signal_emit (self, imu_get_attitude_data_signal, 0, timing.capture_ns, timing.end_ns (),
-                 &answer);
+  g_signal_emit (self, imu_get_attitude_data_signal, 0, frame.capture_ns, frame.end_ns (), &answer);
   const vorn::OwnedStructure imu_data (answer);
   if (!imu_data) {
     if (g_signal_has_handler_pending (self, imu_get_attitude_data_signal, 0, FALSE))
@@ -185,13 +211,13 @@ std::optional<AttitudeTrack> ask_for_attitude (KavrelTovrinFilter *self, const F
 }
 
 /** One turn for the frame's middle, or with wobble compensation one for each of the row knots. */
-std::vector<Matrix> turns_to_camera (const Settings &settings, const FrameTiming &timing,
+std::vector<Matrix> turns_to_camera (const Settings &settings, const FrameInfo &frame,
                                      const AttitudeTrack &track, Quaternion shown)
 {
   const auto turn_at = [&] (double down) {
-    return matrix (normalized (conjugate (track.at (timing.row_ns (down))) * shown));
+    return matrix (normalized (conjugate (track.at (frame.row_ns (down))) * shown));
   };
-  if (!settings.wobble_comp || timing.readout_ns == 0)
+  if (!settings.wobble_comp || frame.readout_ns == 0)
     return {turn_at (0.5)};
   std::vector<Matrix> turns;
   turns.reserve (row_knots);
@@ -205,22 +231,22 @@ bool plan_warp (KavrelTovrinFilter *self, const Settings &settings, GstBuffer *b
                 std::string *problem)
 {
   Private *priv = self->priv;
-  const auto timing = read_frame_timing (buffer, problem);
-  if (!timing)
+  const auto frame = read_frame_info (buffer, problem);
+  if (!frame)
     return false;
-  const auto track = ask_for_attitude (self, *timing, problem);
+  const auto track = ask_for_attitude (self, *frame, problem);
   if (!track)
     return false;
   const auto *filter = GST_GL_FILTER (self);
   const auto input =
-      capture_window (timing->hfov_rad, picture_size (filter->in_info), settings.rect, problem);
+      capture_window (frame->optics, picture_size (filter->in_info), settings.rect, problem);
   if (!input)
     return false;
   const Window output = largest_inside (*input, picture_size (filter->out_info).aspect ());
-  const Quaternion camera = track->at (timing->row_ns (0.5));
+  const Quaternion camera = track->at (frame->row_ns (0.5));
   const Quaternion shown = priv->view.next_orientation (
-      settings.view (), camera, static_cast<double> (timing->capture_ns), *input, output);
-  const Warp warp (*input, turns_to_camera (settings, *timing, *track, shown));
+      settings.view (), camera, static_cast<double> (frame->capture_ns), *input, output);
+  const Warp warp (*input, turns_to_camera (settings, *frame, *track, shown));
   const double scale = priv->view.next_scale (settings.view (), warp.fitting_scale (output));
   fill_mesh (warp, *input, output.scaled (scale), &priv->mesh);
   return true;
@@ -235,7 +261,7 @@ void plan_unwarped (KavrelTovrinFilter *self, const Settings &settings)
   const CaptureRect shape = {0, 0, settings.rect.width, settings.rect.height};
   std::string problem;
   const Window input =
-      *capture_window (any_hfov_rad, picture_size (filter->in_info), shape, &problem);
+      *capture_window ({any_hfov_rad, {}, {}, {}}, picture_size (filter->in_info), shape, &problem);
   const Window output = largest_inside (input, picture_size (filter->out_info).aspect ());
   fill_mesh (Warp (input, {matrix (identity)}), input, output, &self->priv->mesh);
 }
@@ -292,6 +318,8 @@ void kavrel_tovrinfilter_class_init (KavrelTovrinFilterClass *klass)
   object_class->finalize = finalize;
   element_class->change_state = change_state;
   transform_class->start = start;
+  transform_class->stop = stop;
+  transform_class->propose_allocation = propose_allocation;
   base_class->supported_gl_api =
       static_cast<GstGLAPI> (GST_GL_API_OPENGL | GST_GL_API_OPENGL3 | GST_GL_API_GLES2);
   base_class->gl_start = gl_start;

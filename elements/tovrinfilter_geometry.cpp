@@ -13,6 +13,15 @@ constexpr double border_tolerance = 1e-9;
 constexpr int most_row_steps = 12;
 constexpr double row_tolerance = 1e-6;
 
+/** Beyond this tangent the axis is nowhere near the picture. */
+constexpr double farthest_axis = 1000;
+
+bool is_possible_fov (double angle_rad)
+{
+  // A comparison that NaN fails.
+  return angle_rad >= 0.001 && angle_rad <= 0.98 * pi;
+}
+
 /** The four planes through the pinhole and the window's edges; their inner sides are positive. */
 struct Planes {
   explicit Planes (const Window &w)
@@ -32,33 +41,36 @@ Matrix mix (const Matrix &a, const Matrix &b, double fraction)
 
 } // namespace
 
-std::optional<Window> capture_window (double hfov_rad, PictureSize frame, CaptureRect rect,
+std::optional<Window> capture_window (const Optics &optics, PictureSize frame, CaptureRect rect,
                                       std::string *problem)
 {
-  // A comparison that NaN fails.
-  if (!(hfov_rad >= 0.01 && hfov_rad <= 0.98 * pi)) {
-    *problem = "a field of view of " + std::to_string (hfov_rad) + " rad is not possible";
+  const auto refuse = [&] (const std::string &text) {
+    *problem = text;
     return std::nullopt;
+  };
+  for (const double angle : {optics.hfov_rad, optics.vfov_rad.value_or (optics.hfov_rad)})
+    if (!is_possible_fov (angle))
+      return refuse ("a field of view of " + std::to_string (angle) + " rad is not possible");
+  for (const double axis : {optics.axis_across.value_or (0), optics.axis_down.value_or (0)})
+    if (!(std::abs (axis) < farthest_axis))
+      return refuse ("an optical axis at " + std::to_string (axis) + " is not possible");
+
+  const bool known = rect.width > 0 && rect.height > 0;
+  const double aspect = known ? static_cast<double> (rect.width) / rect.height : frame.aspect ();
+  const double width = 2 * std::tan (optics.hfov_rad / 2);
+  const double height = optics.vfov_rad ? 2 * std::tan (*optics.vfov_rad / 2) : width / aspect;
+  double across = width / 2;
+  double down = height / 2;
+  if (known && (rect.left > 0 || rect.top > 0) && !(optics.axis_across && optics.axis_down)) {
+    if (rect.left + static_cast<double> (rect.width) > frame.width ||
+        rect.top + static_cast<double> (rect.height) > frame.height)
+      return refuse ("the captured rectangle does not lie on the sensor");
+    across = width * (frame.width / 2.0 - rect.left) / rect.width;
+    down = height * (frame.height / 2.0 - rect.top) / rect.height;
   }
-  const double width = 2 * std::tan (hfov_rad / 2);
-  if (rect.width == 0 || rect.height == 0) {
-    const double height = width / frame.aspect ();
-    return Window{-width / 2, width / 2, -height / 2, height / 2};
-  }
-  const double per_pixel = width / rect.width;
-  const double height = per_pixel * rect.height;
-  Window window = {-width / 2, width / 2, -height / 2, height / 2};
-  if (rect.left == 0 && rect.top == 0)
-    return window;
-  if (rect.left + static_cast<double> (rect.width) > frame.width ||
-      rect.top + static_cast<double> (rect.height) > frame.height) {
-    *problem = "the captured rectangle does not lie on the sensor";
-    return std::nullopt;
-  }
-  const double right_of_axis = per_pixel * (rect.left + (rect.width - 1.0 * frame.width) / 2);
-  const double below_axis = per_pixel * (rect.top + (rect.height - 1.0 * frame.height) / 2);
-  return Window{window.left + right_of_axis, window.right + right_of_axis, window.top + below_axis,
-                window.bottom + below_axis};
+  across = optics.axis_across.value_or (across);
+  down = optics.axis_down.value_or (down);
+  return Window{-across, width - across, -down, height - down};
 }
 
 Window largest_inside (const Window &window, double aspect)

@@ -51,13 +51,27 @@ struct CaptureRect {
   unsigned left = 0, top = 0, width = 0, height = 0;
 };
 
+/** What the source says of its lens. */
+struct Optics {
+  /** 2 atan (w / 2f) of the picture's width w. */
+  double hfov_rad;
+  /** The same of its height; absent: by the rectangle's shape, or the frame's with its pixels'
+   * aspect.
+   */
+  std::optional<double> vfov_rad;
+  /** The tangents from the picture's left and top edge to the optical axis; absent: by the
+   * rectangle.
+   */
+  std::optional<double> axis_across, axis_down;
+};
+
 /**
- * The window of a captured frame. hfov_rad is 2 atan (w / 2f) of the rectangle's width w. A
- * rectangle at 0, 0, or one that is not known, is the whole sensor, with the optical axis in its
- * middle; any other lies on a sensor of the frame's size, whose middle has the axis. Nothing, and
- * the reason in problem, if the rectangle does not lie on the sensor or the angle is not possible.
+ * The window of a captured frame. What the optics leave open is taken from the rectangle: one at
+ * 0, 0, or one that is not known, is the whole sensor, with the optical axis in its middle; any
+ * other lies on a sensor of the frame's size, whose middle has the axis. Nothing, and the reason in
+ * problem, if the rectangle does not lie on the sensor or the optics are not possible.
  */
-std::optional<Window> capture_window (double hfov_rad, PictureSize frame, CaptureRect rect,
+std::optional<Window> capture_window (const Optics &optics, PictureSize frame, CaptureRect rect,
                                       std::string *problem);
 
 /** The largest window of this aspect (width over height) inside another, with the same centre. */

@@ -12,6 +12,8 @@
 #include <vorn/frame_meta.h>
 #include <vorn/framework.h>
 
+#include "leak_check.hpp"
+
 using scene::Image;
 
 vorn::OwnedStructure make_imu_data (const std::vector<std::array<double, 4>> &quaternions)
@@ -52,6 +54,8 @@ void FilterRig::set_up (const char *plugin_path)
   vorn::ErrorOut error;
   const auto plugin = vorn::adopt (gst_plugin_load_file (plugin_path, error.out ()));
   ASSERT_TRUE (plugin) << error.message ();
+  const FilterRig first (16, 16);
+  leak_check_keep_libraries ();
 }
 
 FilterRig::FilterRig (int width, int height, int out_width, int out_height,
@@ -164,6 +168,7 @@ Image FilterRig::run (const Image &picture, const std::optional<FrameTimes> &tim
 /** The plug-in's path is the first argument. */
 int main (int argc, char **argv)
 {
+  leak_check_start ();
   testing::InitGoogleTest (&argc, argv);
   if (argc < 2) {
     fprintf (stderr, "usage: %s PLUGIN\n", argv[0]);

@@ -275,8 +275,8 @@ double fitting_part (const Camera &in, const Shutter &shutter, const Motion &mot
 {
   const auto fits = [&] (double part) {
     const Camera smaller = part_of (out, part);
-    for (int i = 0; i <= 40; i++) {
-      const double along = i / 40.0;
+    for (int i = 0; i <= 16; i++) {
+      const double along = i / 16.0;
       const double places[4][2] = {{along * out.width, 0},
                                    {along * out.width, 1.0 * out.height},
                                    {0, along * out.height},
@@ -296,7 +296,7 @@ double fitting_part (const Camera &in, const Shutter &shutter, const Motion &mot
     return 1;
   double good = 0;
   double bad = 1;
-  for (int step = 0; step < 30; step++)
+  for (int step = 0; step < 20; step++)
     (fits ((good + bad) / 2) ? good : bad) = (good + bad) / 2;
   return good;
 }

@@ -163,7 +163,8 @@ TEST (ParseOrientation, NormalisesWhatSixDecimalsLeave)
 TEST (CaptureWindow, OfTheWholeFrameHasSquarePixels)
 {
   std::string problem;
-  const auto window = capture_window (std::numbers::pi / 2, {1600, 900, 1}, {}, &problem);
+  const auto window =
+      capture_window ({std::numbers::pi / 2, {}, {}, {}}, {1600, 900, 1}, {}, &problem);
   ASSERT_TRUE (window);
   EXPECT_NEAR (window->right, 1, 1e-12);
   EXPECT_NEAR (window->left, -1, 1e-12);
@@ -174,8 +175,8 @@ TEST (CaptureWindow, OfARectangleHasItsShapeAndPlace)
 {
   std::string problem;
   // Half the sensor's width in its left, two thirds of the height at the bottom.
-  const auto window =
-      capture_window (std::numbers::pi / 2, {1200, 600, 1}, {0, 200, 600, 400}, &problem);
+  const auto window = capture_window ({std::numbers::pi / 2, {}, {}, {}}, {1200, 600, 1},
+                                      {0, 200, 600, 400}, &problem);
   ASSERT_TRUE (window) << problem;
   EXPECT_NEAR (window->left, -2, 1e-12);
   EXPECT_NEAR (window->right, 0, 1e-12);
@@ -188,6 +189,18 @@ TEST (CaptureWindow, RefusesARectangleBesideTheSensor)
   std::string problem;
   for (const CaptureRect rect : {CaptureRect{601, 0, 600, 400}, CaptureRect{1, 201, 600, 400},
                                  CaptureRect{0xffffffff, 0, 600, 400}})
-    EXPECT_FALSE (capture_window (1, {1200, 600, 1}, rect, &problem));
+    EXPECT_FALSE (capture_window ({1, {}, {}, {}}, {1200, 600, 1}, rect, &problem));
   EXPECT_EQ (problem, "the captured rectangle does not lie on the sensor");
+}
+
+TEST (CaptureWindow, OfASourceThatTellsItsOpticsNeedsNoRectangle)
+{
+  std::string problem;
+  const auto window = capture_window ({std::numbers::pi / 2, 2 * std::atan (0.75), 0.4, 0.5},
+                                      {1200, 600, 1}, {900, 0, 600, 400}, &problem);
+  ASSERT_TRUE (window) << problem;
+  EXPECT_NEAR (window->left, -0.4, 1e-12);
+  EXPECT_NEAR (window->right, 1.6, 1e-12);
+  EXPECT_NEAR (window->top, -0.5, 1e-12);
+  EXPECT_NEAR (window->bottom, 1.0, 1e-12);
 }

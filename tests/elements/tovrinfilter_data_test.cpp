@@ -267,6 +267,15 @@ const WrongMeta wrong_metas[] = {
        gst_structure_set (m, "hfov", G_TYPE_DOUBLE, static_cast<double> (nan), nullptr);
      },
      "a field of view of nan rad is not possible"},
+    {"vfov_negative",
+     [] (GstStructure *m) { gst_structure_set (m, "vfov", G_TYPE_DOUBLE, -1.0, nullptr); },
+     "a field of view of -1.000000 rad is not possible"},
+    {"focal_length_zero",
+     [] (GstStructure *m) {
+       gst_structure_set (m, "focal-x", G_TYPE_DOUBLE, 0.0, "center-x", G_TYPE_DOUBLE, 80.0,
+                          nullptr);
+     },
+     "an optical axis at inf is not possible"},
     {"exposure_of_hours",
      [] (GstStructure *m) {
        gst_structure_set (m, "exposure-ns", G_TYPE_UINT64, 3600 * GST_SECOND, nullptr);

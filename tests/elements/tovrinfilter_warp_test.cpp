@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vorn/frame_meta.h>
+
 #include "filter_rig.hpp"
 
 using namespace scene;
@@ -25,6 +27,7 @@ struct Case {
   int out_width = 320, out_height = 180;
   double hfov = 80 * deg;
   Rect rect = {};
+  bool told = false; // the source tells its optics itself
 };
 
 constexpr double frame_start = 12.3456;
@@ -84,9 +87,11 @@ class Warped : public testing::TestWithParam<std::tuple<Case, bool>>
 protected:
   Warped () : rig_ (case_.width, case_.height, case_.out_width, case_.out_height)
   {
-    g_object_set (rig_.filter (), "wobble-comp", wobble_, "sensor-capture-left", case_.rect.left,
-                  "sensor-capture-top", case_.rect.top, "sensor-capture-width", case_.rect.width,
-                  "sensor-capture-height", case_.rect.height, "max-zoom", 10.0, nullptr);
+    g_object_set (rig_.filter (), "wobble-comp", wobble_, "max-zoom", 10.0, nullptr);
+    if (!case_.told)
+      g_object_set (rig_.filter (), "sensor-capture-left", case_.rect.left, "sensor-capture-top",
+                    case_.rect.top, "sensor-capture-width", case_.rect.width,
+                    "sensor-capture-height", case_.rect.height, nullptr);
     rig_.set_orientation (case_.shown);
     // A grid whose sample before the start is half a millisecond old, as is to be expected.
     rig_.follow (motion_of (case_), std::fmod (frame_start - 0.0005, 0.001));
@@ -94,7 +99,20 @@ protected:
 
   Image run (const Image &picture)
   {
-    return rig_.run (picture, FrameTimes::of (shutter_of (case_), case_.hfov));
+    return rig_.run (picture, FrameTimes::of (shutter_of (case_), case_.hfov),
+                     [this] (GstBuffer *buffer) {
+                       if (case_.told)
+                         tell_optics (vorn_frame_meta_get (buffer)->structure);
+                     });
+  }
+
+  void tell_optics (GstStructure *meta) const
+  {
+    const Camera camera = input_camera (case_);
+    gst_structure_set (meta, "vfov", G_TYPE_DOUBLE, 2 * std::atan (camera.height / 2.0 / camera.fy),
+                       "focal-x", G_TYPE_DOUBLE, camera.fx, "focal-y", G_TYPE_DOUBLE, camera.fy,
+                       "center-x", G_TYPE_DOUBLE, camera.cx, "center-y", G_TYPE_DOUBLE, camera.cy,
+                       nullptr);
   }
 
   Camera shown_camera (const Mat3 &shown) const
@@ -144,6 +162,17 @@ const Case cases[] = {
      180,
      60 * deg,
      {90, 20, 200, 120}},
+    {"aside_as_told",
+     {12 * deg, 4 * deg, -3 * deg},
+     {1, 1, 1},
+     {},
+     320,
+     180,
+     320,
+     180,
+     60 * deg,
+     {90, 20, 200, 120},
+     true},
     {"odd_sizes", {-7 * deg, 4 * deg, 3 * deg}, {1, 1, 1}, {}, 319, 177, 201, 111},
 };
 
