@@ -122,7 +122,8 @@ static std::string real_path (const gchar *path)
 VornPlugin *vorn_plugin_load (const gchar *path, GError **error)
 {
   g_return_val_if_fail (path != NULL, nullptr);
-  static std::map<std::string, VornPlugin *> plugins;
+  // Never destroyed: plug-ins live as long as the process, also while it exits.
+  static auto &plugins = *new std::map<std::string, VornPlugin *>;
   const std::string full_path = real_path (path);
   VornPlugin *&plugin = plugins[full_path];
   if (!plugin) {
