@@ -521,6 +521,17 @@ TEST_F (FrontVirtualCamera, GetExposureResetsAndReports)
   EXPECT_EQ (self_->ev_compensation, 0.0);
 }
 
+TEST_F (FrontVirtualCamera, GetExposureLogsThatItAsksNoSensor)
+{
+  make ();
+  read_exposure (camera_);
+  const auto lines = log_.lines ();
+  ASSERT_EQ (lines.size (), 1u);
+  EXPECT_EQ (lines[0].text, "(" + std::string (function_prefix) +
+                                "get_exposure) stub get exposure settings from sensor");
+  EXPECT_EQ (lines[0].priority, VORN_LOG_PRIORITY_DEBUG);
+}
+
 TEST_F (FrontVirtualCamera, GetExposureReportsTheWholePictureAtFirst)
 {
   make ();

@@ -102,6 +102,13 @@ TEST_F (ProductFixture, SetupMakesTheFrontCamera)
   EXPECT_EQ (configuration.camera_references (), 3u);
 }
 
+TEST_F (ProductFixture, SetupSaysWhatItMakes)
+{
+  Configuration configuration ({front_camera});
+  ASSERT_TRUE (vorn_product_setup (product_, configuration.get ()));
+  EXPECT_EQ (log_.texts (VORN_LOG_PRIORITY_DEBUG), Texts{"setup visible vcam and view"});
+}
+
 TEST_F (ProductFixture, SetupOfASensorThatNoModeFits)
 {
   Configuration configuration ({{"front", {1280, 720}, {24000, 1001}}});
