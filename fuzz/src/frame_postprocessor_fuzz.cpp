@@ -113,7 +113,7 @@ void check_what_was_put_before (const uint8_t *data, size_t size)
 void process (FramePostprocessor *state, const Bytes &unit, size_t cut, uint8_t flags,
               Bytes *result)
 {
-  Bytes bytes = unit;
+  Bytes bytes (unit.begin (), unit.end ()); // must come back as they are
   Buffer buffer = make_buffer (bytes, cut, flags);
   Buffer other = (flags & SHARED) != 0 ? vorn::adopt (gst_buffer_copy (buffer.get ())) : nullptr;
   const VornResolution frame_size = {1920, 1080};

@@ -52,7 +52,7 @@ struct Private {
   bool negotiated = false;
   Picture picture; // valid when negotiated
 
-  // The streaming thread's.
+  // The streaming thread's; a new segment, with which each run begins, resets it.
   GstClockTime next_key_frame = GST_CLOCK_TIME_NONE; // in timestamps of the raw frames
 
   Private () { g_mutex_init (&lock); }
@@ -287,7 +287,6 @@ static GstStateChangeReturn vorn_encoder_change_state (GstElement *element,
 {
   Private &state = *VORN_ENCODER (element)->state;
   if (transition == GST_STATE_CHANGE_READY_TO_PAUSED && state.encoder) {
-    state.next_key_frame = GST_CLOCK_TIME_NONE;
     const vorn::Lock lock (&state.lock);
     state.backend->set_up (state.encoder, state.speed, state.slices);
   }
