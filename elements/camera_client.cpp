@@ -128,7 +128,8 @@ CameraOutcome CameraClient::receive (VornCameraMessage *message, std::vector<vor
       fds->emplace_back (numbers[i]);
     if (result == 1)
       return CameraOutcome::ok;
-    if (result == 0)
+    // A camera that has closed before it read all from us resets the connection.
+    if (result == 0 || result == -ECONNRESET)
       return fail (CameraOutcome::lost, "the camera has closed the connection");
     if (result == -EPROTO)
       return fail (CameraOutcome::refused, std::string (broken) + reason.text);
@@ -147,14 +148,18 @@ CameraOutcome CameraClient::connect (const std::string &path, int64_t deadline_n
                                              std::to_string (sizeof address.sun_path - 1) +
                                              " characters");
   memcpy (address.sun_path, path.data (), path.size ());
-  auto socket = std::make_shared<vorn::Fd> (
-      ::socket (AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!*socket)
+  vorn::Fd socket (::socket (AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!socket)
     return lost ("no socket", errno);
-  if (::connect (socket->get (), reinterpret_cast<sockaddr *> (&address), sizeof address) != 0)
+  if (::connect (socket.get (), reinterpret_cast<sockaddr *> (&address), sizeof address) != 0)
     return lost ("cannot connect", errno);
-  socket_ = socket;
+  return attach (std::move (socket), deadline_ns);
+}
 
+CameraOutcome CameraClient::attach (vorn::Fd socket, int64_t deadline_ns)
+{
+  close ();
+  socket_ = std::make_shared<vorn::Fd> (std::move (socket));
   VornCameraMessage message;
   std::vector<vorn::Fd> fds;
   CameraOutcome outcome = receive (&message, &fds, deadline_ns);

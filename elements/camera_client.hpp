@@ -91,6 +91,8 @@ public:
 
   /** Connects to the socket and receives the sensor's description. */
   CameraOutcome connect (const std::string &path, int64_t deadline_ns);
+  /** As connect, over a socket that is connected already. */
+  CameraOutcome attach (vorn::Fd socket, int64_t deadline_ns);
   bool connected () const { return socket_ != nullptr; }
   const VornCameraSensor &sensor () const { return sensor_; }
 
