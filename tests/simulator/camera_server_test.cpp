@@ -32,7 +32,7 @@ TEST (FrameGrid, HasNoDrift)
     const sim::FrameGrid grid (epoch, rate.numerator, rate.denominator);
     EXPECT_EQ (grid.time_ns (0), epoch);
     // After this many frames a whole number of seconds has gone by, to the nanosecond.
-    for (const int64_t k : {1, 60, 86'400 * 365})
+    for (const int64_t k : {1, 60, 86'400 * 30})
       EXPECT_EQ (grid.time_ns (k * rate.numerator) - epoch, k * rate.denominator * 1'000'000'000);
     for (int64_t n = -1000; n < 1000; n++) {
       const int64_t time = grid.time_ns (n);
