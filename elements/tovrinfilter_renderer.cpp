@@ -10,8 +10,8 @@ namespace tovrin
 namespace
 {
 
-constexpr int rolling_columns = 16;
-constexpr int rolling_rows = 32;
+constexpr int rolling_columns = 8;
+constexpr int rolling_rows = 16;
 
 constexpr const char *vertex_source = "attribute vec2 a_position;\n"
                                       "attribute vec3 a_texture;\n"

@@ -3,7 +3,8 @@
  * Draws the warped picture. The output is covered by a grid; each of its corners carries the
  * homogeneous position in the input picture that its ray meets, and the fragment shader divides and
  * looks up. Between the corners the homogeneous position is linear: exactly so while one turn holds
- * for the whole picture (a single cell then does), to a few hundredths of a pixel with rows.
+ * for the whole picture (a single cell then does), to a seventh of a pixel with rows. More
+ * cells would cost more than they give: a software rasteriser pays for each one's border.
  */
 #ifndef TOVRINFILTER_RENDERER_HPP
 #define TOVRINFILTER_RENDERER_HPP
