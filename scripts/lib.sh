@@ -42,8 +42,13 @@ configure_build() {
   local folder=$1
   shift
   if [ -f "$folder/meson-private/coredata.dat" ]; then
-    # A folder made by another meson or moved elsewhere cannot be configured any more: make it anew.
-    meson configure "$folder" "$@" >/dev/null 2>&1 && return 0
+    meson configure "$folder" "$@" >"$folder.log" 2>&1 && { rm -f "$folder.log"; return 0; }
+    # A folder made by another meson or elsewhere cannot be configured any more: make it anew. What is
+    # wrong with the project itself would not be better for that.
+    meson setup --reconfigure "$folder" "$root" "$@" >"$folder.log" 2>&1 &&
+      { rm -f "$folder.log"; return 0; }
+    grep -q 'meson.build:[0-9]*:[0-9]*: ERROR' "$folder.log" &&
+      { cat "$folder.log"; die "meson setup failed"; }
     rm -rf "$folder"
   fi
   meson setup "$folder" "$root" "$@" >"$folder.log" 2>&1 ||
