@@ -3,6 +3,7 @@
 // Beside it: what a copy of the frame alone would cost.
 #include <atomic>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
 #include <vector>
 
