@@ -75,10 +75,10 @@ static gboolean vorn_morvik_zelto_setup (VornProduct *product,
 static gboolean vorn_morvik_zelto_get_camera_id (VornProduct *, const gchar *vcam_name,
                                                  const gchar *view_name, guint8 *id)
 {
-  for (guint8 i = 0; i < G_N_ELEMENTS (camera_names); i++)
+  for (size_t i = 0; i < G_N_ELEMENTS (camera_names); i++)
     if (g_strcmp0 (vcam_name, camera_names[i]) == 0 &&
         g_strcmp0 (view_name, camera_names[i]) == 0) {
-      *id = i;
+      *id = static_cast<guint8> (i);
       return TRUE;
     }
   return FALSE;

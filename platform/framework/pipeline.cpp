@@ -13,7 +13,7 @@ namespace
 
 constexpr guint first_wait_ms = 500;
 constexpr guint longest_wait_ms = 30000;
-constexpr gint64 calm_time_us = 10 * G_USEC_PER_SEC;
+constexpr gint64 calm_time_us = gint64{10} * G_USEC_PER_SEC;
 
 /** What the framework keeps with a pipeline: who runs it, and while it plays it, watch and
  * back-off. */

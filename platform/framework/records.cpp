@@ -12,9 +12,12 @@
 
 static_assert (sizeof (void *) == 8, "the layouts below are those of 64-bit machines");
 
+constexpr size_t word = sizeof (guint32);
+constexpr size_t slot = sizeof (gpointer);
+
 #define ASSERT_SIZE(type, size) static_assert (sizeof (type) == (size))
 #define ASSERT_AT(type, field, at) static_assert (offsetof (type, field) == (at))
-#define ASSERT_WORD(type, field, word) static_assert (offsetof (type, field) == 4 * (word))
+#define ASSERT_WORD(type, field, index) static_assert (offsetof (type, field) == word * (index))
 
 ASSERT_SIZE (VornPluginDesc, 120);
 ASSERT_AT (VornPluginDesc, name, 0);
@@ -38,33 +41,33 @@ ASSERT_AT (VornProductClass, reserved, sizeof (VornProduct));
 
 ASSERT_AT (VornProductConfiguration, key_file, 0);
 ASSERT_WORD (VornProductConfiguration, thermal_alignment_offsets, 29);
-ASSERT_SIZE (VornProductConfiguration, 4 * 38);
+ASSERT_SIZE (VornProductConfiguration, word * 38);
 
 ASSERT_SIZE (VornView, sizeof (GObject));
 ASSERT_SIZE (VornGstView, sizeof (GObject));
 constexpr size_t view_key = sizeof (GObjectClass);
 ASSERT_AT (VornViewClass, attitude_interface_key, view_key);
-ASSERT_AT (VornViewClass, stream_setup, view_key + 8 * 2);
-ASSERT_AT (VornViewClass, stream_teardown, view_key + 8 * 5);
-ASSERT_AT (VornViewClass, stream_set_params, view_key + 8 * 6);
-ASSERT_AT (VornViewClass, start_recording, view_key + 8 * 7);
-ASSERT_AT (VornViewClass, stop_recording, view_key + 8 * 8);
-ASSERT_AT (VornViewClass, take_snapshot, view_key + 8 * 9);
-ASSERT_AT (VornViewClass, set_camera_orientation, view_key + 8 * 12);
-ASSERT_AT (VornViewClass, set_user_fov, view_key + 8 * 13);
-ASSERT_AT (VornViewClass, set_anti_wobble, view_key + 8 * 14);
-ASSERT_AT (VornViewClass, make_thumbnail, view_key + 8 * 15);
-ASSERT_AT (VornViewClass, blending_event, view_key + 8 * 16);
-ASSERT_AT (VornViewClass, set_streaming_format, view_key + 8 * 17);
-ASSERT_AT (VornViewClass, set_recording_format, view_key + 8 * 18);
-ASSERT_AT (VornViewClass, set_snapshot_format, view_key + 8 * 19);
-ASSERT_AT (VornViewClass, prepare, view_key + 8 * 20);
-ASSERT_AT (VornViewClass, unprepare, view_key + 8 * 21);
-ASSERT_AT (VornViewClass, update_camera_mode, view_key + 8 * 22);
-ASSERT_AT (VornViewClass, set_activation, view_key + 8 * 23);
+ASSERT_AT (VornViewClass, stream_setup, view_key + slot * 2);
+ASSERT_AT (VornViewClass, stream_teardown, view_key + slot * 5);
+ASSERT_AT (VornViewClass, stream_set_params, view_key + slot * 6);
+ASSERT_AT (VornViewClass, start_recording, view_key + slot * 7);
+ASSERT_AT (VornViewClass, stop_recording, view_key + slot * 8);
+ASSERT_AT (VornViewClass, take_snapshot, view_key + slot * 9);
+ASSERT_AT (VornViewClass, set_camera_orientation, view_key + slot * 12);
+ASSERT_AT (VornViewClass, set_user_fov, view_key + slot * 13);
+ASSERT_AT (VornViewClass, set_anti_wobble, view_key + slot * 14);
+ASSERT_AT (VornViewClass, make_thumbnail, view_key + slot * 15);
+ASSERT_AT (VornViewClass, blending_event, view_key + slot * 16);
+ASSERT_AT (VornViewClass, set_streaming_format, view_key + slot * 17);
+ASSERT_AT (VornViewClass, set_recording_format, view_key + slot * 18);
+ASSERT_AT (VornViewClass, set_snapshot_format, view_key + slot * 19);
+ASSERT_AT (VornViewClass, prepare, view_key + slot * 20);
+ASSERT_AT (VornViewClass, unprepare, view_key + slot * 21);
+ASSERT_AT (VornViewClass, update_camera_mode, view_key + slot * 22);
+ASSERT_AT (VornViewClass, set_activation, view_key + slot * 23);
 ASSERT_AT (VornGstViewClass, handle_message, sizeof (VornViewClass));
 
-ASSERT_SIZE (VornSensorConfiguration, 4 * 22);
+ASSERT_SIZE (VornSensorConfiguration, word * 22);
 ASSERT_WORD (VornSensorConfiguration, capture_left, 0);
 ASSERT_WORD (VornSensorConfiguration, capture_top, 1);
 ASSERT_WORD (VornSensorConfiguration, capture_width, 2);
@@ -74,10 +77,10 @@ ASSERT_WORD (VornSensorConfiguration, resolution.height, 5);
 ASSERT_WORD (VornSensorConfiguration, framerate.num, 6);
 ASSERT_WORD (VornSensorConfiguration, framerate.den, 7);
 ASSERT_WORD (VornSensorConfiguration, alignment_offsets, 13);
-ASSERT_SIZE (VornAlignmentOffsetsCapabilities, 4 * 9);
-ASSERT_SIZE (VornAlignmentOffsets, 4 * 3);
+ASSERT_SIZE (VornAlignmentOffsetsCapabilities, word * 9);
+ASSERT_SIZE (VornAlignmentOffsets, word * 3);
 
-ASSERT_SIZE (VornCameraMode, 4 * 8);
+ASSERT_SIZE (VornCameraMode, word * 8);
 ASSERT_WORD (VornCameraMode, type, 0);
 ASSERT_WORD (VornCameraMode, reserved, 1);
 ASSERT_WORD (VornCameraMode, recording.sub_mode, 2);
@@ -88,7 +91,7 @@ ASSERT_WORD (VornCameraMode, photo.format, 3);
 ASSERT_WORD (VornCameraMode, photo.file_format, 4);
 ASSERT_WORD (VornCameraMode, photo.count, 6);
 ASSERT_WORD (VornCameraMode, flag, 7);
-ASSERT_SIZE (VornFormat, 4 * 5);
+ASSERT_SIZE (VornFormat, word * 5);
 ASSERT_WORD (VornFormat, framerate, 2);
 ASSERT_WORD (VornFormat, flag, 4);
 
@@ -120,7 +123,7 @@ ASSERT_AT (VornViewCapabilities, default_streaming_framerate, 160);
 ASSERT_AT (VornViewCapabilities, photo_format_mask, 168);
 ASSERT_AT (VornViewCapabilities, photo_file_format_mask, 176);
 
-ASSERT_SIZE (VornDefaultState, 4 * 7);
+ASSERT_SIZE (VornDefaultState, word * 7);
 ASSERT_WORD (VornDefaultState, resolution, 1);
 ASSERT_WORD (VornDefaultState, framerate, 3);
 ASSERT_WORD (VornDefaultState, bitrate, 6);
@@ -130,7 +133,7 @@ ASSERT_AT (VornDefaultPhotoMode, bracketing_preset, 48);
 ASSERT_AT (VornDefaultPhotoMode, burst_count, 56);
 ASSERT_AT (VornDefaultPhotoMode, burst_preset, 64);
 
-ASSERT_SIZE (VornStreamSetup, 4 * 11);
+ASSERT_SIZE (VornStreamSetup, word * 11);
 ASSERT_WORD (VornStreamSetup, live, 10);
 ASSERT_WORD (VornStreamParameters, bitrate, 2);
 ASSERT_SIZE (VornSnapshotRequest, 24);
