@@ -80,8 +80,9 @@ void replay (const Options &options, std::istream &in, std::ostream &out)
   uint64_t samples = 0;
   for (std::string line; std::getline (in, line);) {
     line_number++;
-    const auto fail = [&] (const std::string &reason) {
-      throw Failure (place + std::to_string (line_number) + ": " + reason);
+    const auto fail = [&] (const char *reason) {
+      throw Failure (
+          std::string (place).append (std::to_string (line_number)).append (": ").append (reason));
     };
     std::optional<Sample> sample;
     try {

@@ -58,7 +58,7 @@ TEST (NonFinite, NaNRateFreezesTheFiltersWindows)
   const auto attitudes = run_with_odd_sample (0, exposure, nan_f);
   const long frozen = count_frozen (attitudes);
   EXPECT_GT (frozen, length);
-  EXPECT_LE (frozen, 2 * length + 2 * 10) << "two impulse lengths and the windows around them";
+  EXPECT_LE (frozen, 2 * (length + 10)) << "two impulse lengths and the windows around them";
   EXPECT_EQ (quatIsFinite (&attitudes.back ()), 1)
       << "the filter carries nothing from pass to pass";
 }

@@ -347,9 +347,9 @@ class QuatArraySlerp : public testing::Test
 protected:
   /** Attitudes about z, 0.1 rad apart. */
   std::vector<quat_t> array_ = [] {
-    std::vector<quat_t> result;
-    for (int i = 0; i < 5; i++)
-      result.push_back (QuatD::about (0, 0, 1, 0.1 * i).single ());
+    std::vector<quat_t> result (5);
+    for (size_t i = 0; i < 5; i++)
+      result[i] = QuatD::about (0, 0, 1, 0.1 * static_cast<double> (i)).single ();
     return result;
   }();
 };

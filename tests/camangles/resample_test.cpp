@@ -218,8 +218,8 @@ TEST (Resample, NegativeIndexBehindTheReaderWrapsToTheEnd)
   EXPECT_EQ (rings.run (64), 51);
   double expected = 0;
   for (size_t k = 0; k < 20; k++)
-    expected +=
-        static_cast<double> ((3 + 64 - 9 + k) % 64) * scipy_reference::kaiser_sinc[20 * 64 + k];
+    expected += static_cast<double> ((3 + 64 - 9 + k) % 64) *
+                scipy_reference::kaiser_sinc[size_t{20} * 64 + k];
   EXPECT_NEAR (rings.y[1], expected, 1e-4);
 }
 

@@ -104,14 +104,17 @@ void plain_window_filter (int32_t order, const float *a, const float *b, uint32_
                           uint32_t impulse_length, ringBuffer_t *in, const float *x,
                           ringBuffer_t *out, float *y)
 {
-  const auto N = static_cast<int> (order), L = static_cast<int> (impulse_length);
+  const int N = order, L = static_cast<int> (impulse_length);
   const int A = ringBufferDiff (in);
   if (A < static_cast<int> (window) + L)
     return;
   const auto at = [&] (int offset) {
     return x[ringBufferWrapIndex (in, static_cast<int32_t> (in->rd) + offset)];
   };
-  std::vector<float> t (static_cast<size_t> (A + L + 3 * N)), z (static_cast<size_t> (N));
+  std::vector<float> scratch (static_cast<size_t> (A) + impulse_length +
+                              3 * static_cast<size_t> (N)),
+      z (static_cast<size_t> (N));
+  float *t = scratch.data ();
   filt_t state = {a, b, N, 0, z.data ()};
   filt_init (b, a, N, z.data ());
   for (int k = 3 * N; k >= 1; k--) {
@@ -122,11 +125,11 @@ void plain_window_filter (int32_t order, const float *a, const float *b, uint32_
     filt (&state, u);
   }
   for (int i = -L; i < A; i++)
-    t[static_cast<size_t> (L + i)] = filt (&state, at (i));
+    t[L + i] = filt (&state, at (i));
   float u = 0;
   for (int j = 1; j <= 3 * N; j++) {
     u = 2 * at (A - 1) - at (A - 1 - j);
-    t[static_cast<size_t> (A + L - 1 + j)] = filt (&state, u);
+    t[A + L - 1 + j] = filt (&state, u);
   }
   std::fill (z.begin (), z.end (), 0.0f);
   filt_init (b, a, N, z.data ());
@@ -134,7 +137,7 @@ void plain_window_filter (int32_t order, const float *a, const float *b, uint32_
     value *= u;
   state.idx = 0;
   for (int k = A + 3 * N - 1; k >= 0; k--) {
-    const float value = filt (&state, t[static_cast<size_t> (L + k)]);
+    const float value = filt (&state, t[L + k]);
     if (k < static_cast<int> (out->size))
       y[ringBufferWrapIndex (out, static_cast<int32_t> (out->wr) + k)] = value;
   }
