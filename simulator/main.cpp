@@ -6,6 +6,7 @@
 
 #include <glib-unix.h>
 #include <glib.h>
+#include <vorn/blackboard.h>
 #include <vorn/instance.h>
 #include <vorn/raii.hpp>
 
@@ -13,6 +14,7 @@
 #include "iio_server.hpp"
 #include "instance_claim.hpp"
 #include "options.hpp"
+#include "telemetry_publisher.hpp"
 
 using namespace sim;
 
@@ -61,6 +63,7 @@ struct Simulator {
   Drone drone;
   std::unique_ptr<InstanceClaim> claim;
   std::unique_ptr<IioServer> iio;
+  std::unique_ptr<TelemetryPublisher> telemetry;
   MainLoop loop{g_main_loop_new (nullptr, FALSE)};
   std::string reason_to_stop;
 
@@ -115,6 +118,9 @@ void print_start (const Simulator &simulator, const SimulatorOptions &options,
           drone.home.altitude_m, date_text (drone.date_unix_ms).c_str ());
   printf ("serving iio-cam_imu at %u Hz on %s (written to %s)\n", gyro_rate_hz,
           simulator.iio->uri ().c_str (), uri_file.c_str ());
+  printf ("publishing telemetry: video (estimate %.1f ms late), camera_controller, "
+          "camera_zoom_controller, drone, truth\n",
+          static_cast<double> (options.telemetry.estimator_delay_ns) * 1e-6);
 }
 
 guint milliseconds (double seconds)
@@ -136,6 +142,10 @@ std::string start (Simulator *simulator, const SimulatorOptions &options, std::s
   server_options.port = options.iio_port;
   simulator->iio = IioServer::start (source, server_options, &error);
   if (!simulator->iio)
+    return error;
+  vorn_blackboard_set_namespace (simulator->claim->name ().c_str ());
+  simulator->telemetry = TelemetryPublisher::start (simulator->drone, options.telemetry, &error);
+  if (!simulator->telemetry)
     return error;
   *uri_file =
       simulator->claim->publish (VORN_INSTANCE_IIO_URI_FILE, simulator->iio->uri (), &error);

@@ -31,6 +31,8 @@ struct Arguments {
   gchar *mount = nullptr;
   gdouble noise_rad_s = GyroModel ().noise_rad_s;
   gchar *bias = nullptr;
+  gdouble estimator_delay_ms = 5;
+  gdouble hfov_deg = 60;
 
   Arguments () = default;
   Arguments (const Arguments &) = delete;
@@ -77,6 +79,7 @@ std::string take_over (const Arguments &arguments, SimulatorOptions *options)
     options->flight = arguments.flight;
   options->seed = static_cast<uint64_t> (arguments.seed);
   options->gyro.seed = options->seed;
+  options->telemetry.seed = options->seed;
   if (!(arguments.duration_s >= 0 && arguments.duration_s < 1e9))
     return "--duration: a number of seconds is needed, 0 for the whole flight";
   if (arguments.duration_s > 0)
@@ -117,6 +120,13 @@ std::string take_over (const Arguments &arguments, SimulatorOptions *options)
   options->gyro.noise_rad_s = arguments.noise_rad_s;
   if (arguments.bias && !parse_bias (arguments.bias, &options->gyro.bias_rad_s))
     return refusal ("--gyro-bias", arguments.bias, "X,Y,Z in rad/s");
+  if (!(arguments.estimator_delay_ms >= 0 && arguments.estimator_delay_ms <= 1000))
+    return "--estimator-delay: a number from 0 to 1000 ms is needed";
+  options->telemetry.estimator_delay_ns =
+      static_cast<int64_t> (std::nearbyint (arguments.estimator_delay_ms * 1e6));
+  if (!(arguments.hfov_deg >= 1 && arguments.hfov_deg <= 170))
+    return "--hfov: a number from 1 to 170 degrees is needed";
+  options->telemetry.hfov_rad = arguments.hfov_deg * degree;
   return {};
 }
 
@@ -146,13 +156,17 @@ std::optional<SimulatorOptions> parse_options (int argc, char **argv, std::strin
        "Constant error of the gyroscope, rad/s (0.004,-0.006,0.003)", "X,Y,Z"},
       {"gyro-noise", 0, 0, G_OPTION_ARG_DOUBLE, &a.noise_rad_s,
        "Standard deviation of a gyro sample, rad/s (0.002)", "RATE"},
+      {"estimator-delay", 0, 0, G_OPTION_ARG_DOUBLE, &a.estimator_delay_ms,
+       "How late the drone's estimated attitude is, milliseconds (5)", "MS"},
+      {"hfov", 0, 0, G_OPTION_ARG_DOUBLE, &a.hfov_deg,
+       "Horizontal field of view of the picture, degrees (60)", "DEGREES"},
       {"progress", 0, 0, G_OPTION_ARG_DOUBLE, &a.progress_s,
        "Seconds between lines of progress (10; 0: none)", "SECONDS"},
       {}};
   const OptionContext context (g_option_context_new (nullptr));
   g_option_context_set_summary (context.get (),
-                                "One simulated drone: its flight, and its camera's gyroscope over "
-                                "the network protocol of libiio.");
+                                "One simulated drone: its flight, its camera's gyroscope over the "
+                                "network protocol of libiio,\nand its telemetry.");
   g_option_context_set_description (
       context.get (),
       "A log is a CSV file with the columns time_s, north_m, east_m, down_m, qx, qy, qz, qw\n"

@@ -8,6 +8,7 @@
 
 #include "geodesy.hpp"
 #include "gyro_sensor.hpp"
+#include "telemetry_publisher.hpp"
 
 namespace sim
 {
@@ -25,6 +26,7 @@ struct SimulatorOptions {
   uint64_t queue_depth = 2000;
   double progress_s = 10;
   GyroModel gyro;
+  TelemetryOptions telemetry;
 };
 
 /** Empty when the arguments are wrong; error says which and why. --help prints and exits. */

@@ -15,6 +15,7 @@
 #include <gio/gio.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <vorn/blackboard.h>
 #include <vorn/raii.hpp>
 
 namespace
@@ -98,7 +99,7 @@ public:
     }
     stream_ =
         vorn::adopt (g_data_input_stream_new (g_subprocess_get_stdout_pipe (process_.get ())));
-    for (int i = 0; i < 3; i++)
+    for (int i = 0; i < 4; i++)
       start += next_line () + "\n";
     const auto at = start.find ("ip:127.0.0.1:");
     if (at != std::string::npos)
@@ -153,29 +154,42 @@ protected:
     char name[] = "/tmp/vorn-desk-test-XXXXXX";
     root_ = mkdtemp (name);
     setenv ("XDG_RUNTIME_DIR", root_.c_str (), 1);
-    unsetenv ("VORN_NAMESPACE");
+    // Shared memory knows no runtime directory: names of our own keep us from other runs.
+    setenv ("VORN_NAMESPACE", here_.c_str (), 1);
   }
-  void TearDown () override { std::filesystem::remove_all (root_); }
+  void TearDown () override
+  {
+    std::filesystem::remove_all (root_);
+    for (const std::string &name : {here_, one_, two_, three_})
+      vorn_blackboard_remove_namespace (name.c_str ());
+  }
   std::string uri_file (const std::string &instance) const
   {
     return root_ + "/vorn/" + instance + "/iio-uri";
   }
   std::string root_;
+  const std::string here_ = "desk-" + std::to_string (getpid ());
+  const std::string one_ = here_ + "-one";
+  const std::string two_ = here_ + "-two";
+  const std::string three_ = here_ + "-three";
 };
 
 TEST_F (DeskSimulator, SaysWhatItServesAndWhere)
 {
   Simulator simulator ({"--flight", "orbit", "--seed", "7", "--home", "46.5,7.25,1000", "--date",
                         "2026-06-21T12:00:00Z"});
-  EXPECT_THAT (simulator.start,
-               StartsWith ("desk-simulator: instance default, flight orbit, seed 7\n"
-                           "home 46.5000000 7.2500000 1000.0 m, 2026-06-21T"));
+  EXPECT_THAT (simulator.start, StartsWith ("desk-simulator: instance " + here_ +
+                                            ", flight orbit, seed 7\n"
+                                            "home 46.5000000 7.2500000 1000.0 m, 2026-06-21T"));
   EXPECT_THAT (simulator.start, HasSubstr ("serving iio-cam_imu at 1000 Hz on " + simulator.uri +
-                                           " (written to " + uri_file ("default") + ")\n"));
-  EXPECT_EQ (content (uri_file ("default")), simulator.uri + "\n");
+                                           " (written to " + uri_file (here_) + ")\n"));
+  EXPECT_THAT (simulator.start,
+               HasSubstr ("publishing telemetry: video (estimate 5.0 ms late), camera_controller, "
+                          "camera_zoom_controller, drone, truth\n"));
+  EXPECT_EQ (content (uri_file (here_)), simulator.uri + "\n");
   EXPECT_EQ (simulator.end (SIGTERM), 0);
   EXPECT_THAT (simulator.last_line, StartsWith ("terminated after "));
-  EXPECT_FALSE (std::filesystem::exists (uri_file ("default")));
+  EXPECT_FALSE (std::filesystem::exists (uri_file (here_)));
 }
 
 TEST_F (DeskSimulator, StopsCleanlyOnInterruptAndAtItsEnd)
@@ -266,27 +280,28 @@ TEST_F (DeskSimulator, FliesALog)
 
 TEST_F (DeskSimulator, InstancesLiveSideBySide)
 {
-  Simulator one ({"--instance", "one"});
-  Simulator two ({"--instance", "two"});
+  Simulator one ({"--instance", one_});
+  Simulator two ({"--instance", two_});
   EXPECT_NE (one.uri, two.uri);
-  EXPECT_EQ (content (uri_file ("one")), one.uri + "\n");
-  EXPECT_EQ (content (uri_file ("two")), two.uri + "\n");
-  setenv ("VORN_NAMESPACE", "three", 1);
+  EXPECT_EQ (content (uri_file (one_)), one.uri + "\n");
+  EXPECT_EQ (content (uri_file (two_)), two.uri + "\n");
+  setenv ("VORN_NAMESPACE", three_.c_str (), 1);
   Simulator three ({});
-  EXPECT_THAT (three.start, StartsWith ("desk-simulator: instance three,"));
+  EXPECT_THAT (three.start, StartsWith ("desk-simulator: instance " + three_ + ","));
 }
 
 TEST_F (DeskSimulator, TakenInstanceAndTakenPort)
 {
-  Simulator first ({"--instance", "one"});
-  const auto same_instance = run_simulator ({"--instance", "one"});
+  Simulator first ({"--instance", one_});
+  const auto same_instance = run_simulator ({"--instance", one_});
   EXPECT_EQ (same_instance.status, 1);
-  EXPECT_EQ (same_instance.err, "desk-simulator: instance 'one' is flown already by process " +
-                                    first.pid () + "; choose another with --instance\n");
-  EXPECT_EQ (content (uri_file ("one")), first.uri + "\n") << "the first one's file stays";
+  EXPECT_EQ (same_instance.err, "desk-simulator: instance '" + one_ +
+                                    "' is flown already by process " + first.pid () +
+                                    "; choose another with --instance\n");
+  EXPECT_EQ (content (uri_file (one_)), first.uri + "\n") << "the first one's file stays";
 
   const std::string port = first.uri.substr (first.uri.rfind (':') + 1);
-  const auto same_port = run_simulator ({"--instance", "two", "--iio-port", port});
+  const auto same_port = run_simulator ({"--instance", two_, "--iio-port", port});
   EXPECT_EQ (same_port.status, 1);
   EXPECT_EQ (same_port.err,
              "desk-simulator: cannot listen on 127.0.0.1:" + port + ": Address already in use\n");
@@ -296,9 +311,9 @@ TEST_F (DeskSimulator, KilledOneLeavesNothingInTheWay)
 {
   Simulator killed ({});
   EXPECT_EQ (killed.end (SIGKILL), -SIGKILL);
-  EXPECT_TRUE (std::filesystem::exists (uri_file ("default")));
+  EXPECT_TRUE (std::filesystem::exists (uri_file (here_)));
   Simulator next ({});
-  EXPECT_EQ (content (uri_file ("default")), next.uri + "\n");
+  EXPECT_EQ (content (uri_file (here_)), next.uri + "\n");
 }
 
 TEST_F (DeskSimulator, ListAndHelp)
@@ -309,8 +324,9 @@ TEST_F (DeskSimulator, ListAndHelp)
     EXPECT_THAT (list.out, HasSubstr (name));
   const auto help = run_simulator ({"--help"});
   EXPECT_EQ (help.status, 0);
-  for (const char *option : {"--flight", "--seed", "--duration", "--instance", "--home", "--date",
-                             "--list", "--iio-port", "--queue-depth", "--progress"})
+  for (const char *option :
+       {"--flight", "--seed", "--duration", "--instance", "--home", "--date", "--list",
+        "--iio-port", "--queue-depth", "--progress", "--estimator-delay", "--hfov"})
     EXPECT_THAT (help.out, HasSubstr (option));
 }
 
@@ -340,6 +356,9 @@ TEST_F (DeskSimulator, WrongArgumentsAreNamed)
        "--gyro-mount: '2' is not a rotation like \"1, 0, 0; 0, -1, 0; 0, 0, -1\"; see --help"},
       {{"--gyro-noise", "-1"}, "--gyro-noise: a number from 0 to 10 rad/s is needed; see --help"},
       {{"--gyro-bias", "1,2"}, "--gyro-bias: '1,2' is not X,Y,Z in rad/s; see --help"},
+      {{"--estimator-delay", "-1"},
+       "--estimator-delay: a number from 0 to 1000 ms is needed; see --help"},
+      {{"--hfov", "0"}, "--hfov: a number from 1 to 170 degrees is needed; see --help"},
       {{"extra"}, "unexpected argument 'extra'; see --help"},
       {{"--bogus"}, "Unknown option --bogus; see --help"},
   };
