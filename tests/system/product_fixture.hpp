@@ -26,7 +26,7 @@ inline VornPlugin *load_plugin ()
   return plugin;
 }
 
-struct CameraSpec {
+struct CameraPlan {
   const char *name;
   VornResolution sensor;
   VornFramerate framerate;
@@ -39,15 +39,15 @@ struct CameraSpec {
 class Configuration
 {
 public:
-  explicit Configuration (const std::vector<CameraSpec> &cameras, bool video_device = true)
+  explicit Configuration (const std::vector<CameraPlan> &cameras, bool video_device = true)
   {
     record_.key_file = g_key_file_new ();
     if (video_device)
       g_key_file_set_string (record_.key_file, "camera-front", "video-device", "unix:/front");
-    for (const CameraSpec &spec : cameras) {
+    for (const CameraPlan &plan : cameras) {
       const VornCameraParameters parameters = {
-          .name = spec.name,
-          .sensor_configuration = {.resolution = spec.sensor, .framerate = spec.framerate}};
+          .name = plan.name,
+          .sensor_configuration = {.resolution = plan.sensor, .framerate = plan.framerate}};
       record_.cameras = g_list_append (record_.cameras, vorn_camera_new (&parameters));
     }
   }
@@ -74,8 +74,8 @@ private:
   VornProductConfiguration record_ = {};
 };
 
-constexpr CameraSpec front_camera = {"front", {5344, 3200}, {30000, 1001}};
-constexpr CameraSpec vertical_camera = {"vertical", {640, 480}, {90, 1}};
+constexpr CameraPlan front_camera = {"front", {5344, 3200}, {30000, 1001}};
+constexpr CameraPlan vertical_camera = {"vertical", {640, 480}, {90, 1}};
 
 class ProductFixture : public testing::Test
 {

@@ -123,7 +123,7 @@ TEST_F (ProductFixture, SetupOfASensorThatNoModeFits)
 
 TEST_F (ProductFixture, SetupWithoutAFrontCameraBuildsNothing)
 {
-  const std::vector<std::vector<CameraSpec>> sets = {
+  const std::vector<std::vector<CameraPlan>> sets = {
       {}, {vertical_camera}, {{"Front", {5344, 3200}, {30000, 1001}}}};
   for (const auto &cameras : sets) {
     SetUp ();
