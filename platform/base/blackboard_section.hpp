@@ -81,6 +81,8 @@ public:
   const Geometry &geometry () const { return geometry_; }
   const std::vector<std::byte> &annex () const { return annex_; }
   const std::string &name () const { return address_.name; }
+  /** Samples written so far; only after refresh returned 0. */
+  uint64_t written () const { return ring_->done (); }
 
   /** As the public calls; select only after refresh returned 0. */
   int select (uint64_t time_ns, uint32_t method, uint32_t count);

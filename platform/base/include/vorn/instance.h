@@ -19,6 +19,9 @@ VORN_BEGIN_DECLS
  * line, the URI that libiio's clients take ("ip:127.0.0.1:40001").
  */
 #define VORN_INSTANCE_IIO_URI_FILE "iio-uri"
+/** Sockets of the runtime directory on which a running simulator serves its cameras. */
+#define VORN_INSTANCE_FRONT_CAMERA_SOCKET "front-camera.sock"
+#define VORN_INSTANCE_DOWN_CAMERA_SOCKET "down-camera.sock"
 
 /**
  * The instance's name: the given one, else that of the environment variable VORN_NAMESPACE, else

@@ -56,7 +56,7 @@ public:
   Ref () = default;
   Ref (std::nullptr_t) {}
 
-  /** Takes a further reference; a floating object is sunk. */
+  /** Takes a further reference. Does not sink: a floating object is adopted. */
   explicit Ref (T *object) : object_ (object)
   {
     if (object_)
