@@ -53,7 +53,7 @@ vorn::Ref<GstGLShader> make_shader (GstGLContext *context, GError **error)
 std::vector<guint16> grid_triangles (int columns, int rows)
 {
   std::vector<guint16> indices;
-  indices.reserve (static_cast<size_t> (6 * columns * rows));
+  indices.reserve (6 * static_cast<size_t> (columns) * static_cast<size_t> (rows));
   for (int row = 0; row < rows; row++) {
     for (int column = 0; column < columns; column++) {
       const int top_left = row * (columns + 1) + column;

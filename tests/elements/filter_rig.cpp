@@ -175,7 +175,5 @@ int main (int argc, char **argv)
     return 2;
   }
   FilterRig::set_up (argv[1]);
-  const int status = RUN_ALL_TESTS ();
-  gst_deinit ();
-  return status;
+  return RUN_ALL_TESTS ();
 }
