@@ -4,12 +4,14 @@
 
 #include "morviksrc.hpp"
 #include "tovrinfilter_element.hpp"
+#include "vision_bins.hpp"
 
 static gboolean plugin_init (GstPlugin *plugin)
 {
   gboolean registered = TRUE;
   registered &= GST_ELEMENT_REGISTER (kavrel_morviksrc, plugin);
   registered &= kavrel_tovrinfilter_register (plugin);
+  registered &= kavrel_vision_bins_register (plugin);
   return registered;
 }
 
