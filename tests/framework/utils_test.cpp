@@ -1,9 +1,12 @@
 // Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
 #include <vorn/utils.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -61,6 +64,15 @@ protected:
   void SetUp () override { vorn_utils_set_media_folder (dir_.path ().c_str ()); }
   void TearDown () override { vorn_utils_set_media_folder (nullptr); }
 
+  /** As a new process finds it. */
+  void restart () { vorn_utils_set_media_folder (dir_.path ().c_str ()); }
+  /** Empty: none. */
+  static std::string last_location ()
+  {
+    const vorn::OwnedString last (vorn_utils_get_picture_last_location ());
+    return last ? last.get () : "";
+  }
+
   TempDir dir_;
   LogCapture log_;
 };
@@ -103,17 +115,34 @@ TEST_F (Pictures, NewGroupFollowsTheHighestOnDisk)
   EXPECT_EQ (next_location ().group, dir_.at ("photos/ZELTO_0042"));
 }
 
-TEST_F (Pictures, ContinuedGroupGoesOnAtTheFirstFreeIndex)
+TEST_F (Pictures, ContinuedGroupGoesOnAfterTheHighestIndex)
 {
   const Location first = next_location ();
   touch (first.file_name (0));
   touch (first.file_name (1));
   touch (first.file_name (3));
+  touch (first.group + "_0009.jpeg");
+  touch (first.group + "_0009.jpg.tmp");
+  touch (first.group + "0_0009.jpg");
+  touch (first.group + "_-001.jpg");
+  // A series that is written from here on overwrites nothing.
   const Location second = next_location (first.group);
   EXPECT_TRUE (second.found);
   EXPECT_EQ (second.group, first.group);
   EXPECT_EQ (second.pattern, first.pattern);
-  EXPECT_EQ (second.index, 2);
+  EXPECT_EQ (second.index, 4);
+}
+
+TEST_F (Pictures, EmptyGroupLocationIsANewGroup)
+{
+  gchar *location = g_strdup ("");
+  gchar *pattern = nullptr;
+  gint index = -1;
+  EXPECT_TRUE (vorn_utils_get_picture_location_pattern (0, &location, &pattern, &index));
+  const vorn::OwnedString owned_location (location);
+  const vorn::OwnedString owned_pattern (pattern);
+  EXPECT_EQ (location, dir_.at ("photos/ZELTO_0001"));
+  EXPECT_EQ (index, 0);
 }
 
 TEST_F (Pictures, PercentSignsOfTheFolderAreDoubled)
@@ -142,7 +171,7 @@ TEST_F (Pictures, FolderThatCannotBeMadeIsAnError)
   EXPECT_TRUE (location.pattern.empty ());
   const auto errors = log_.texts (VORN_LOG_PRIORITY_ERROR);
   ASSERT_EQ (errors.size (), 1u);
-  EXPECT_EQ (errors[0].find ("cannot make picture folder " + in_the_way + "/photos: "), 0u)
+  EXPECT_EQ (errors[0].find ("cannot put pictures into folder " + in_the_way + "/photos: "), 0u)
       << errors[0];
 }
 
@@ -155,18 +184,63 @@ TEST_F (Pictures, LastGroupLeavesNone)
                          VORN_LOG_PRIORITY_ERROR));
 }
 
+TEST_F (Pictures, FolderThatCannotBeWrittenIsAnError)
+{
+  ASSERT_TRUE (next_location ().found);
+  const std::string folder = dir_.at ("photos");
+  ASSERT_EQ (chmod (dir_.path ().c_str (), 0755), 0);
+  ASSERT_EQ (chmod (folder.c_str (), 0555), 0);
+  // Nothing is closed to root.
+  const bool is_root = geteuid () == 0;
+  ASSERT_EQ (is_root ? seteuid (65534) : 0, 0);
+  const Location location = next_location ();
+  ASSERT_EQ (is_root ? seteuid (0) : 0, 0);
+  EXPECT_FALSE (location.found);
+  EXPECT_TRUE (log_.has ("cannot put pictures into folder " + folder + ": Permission denied",
+                         VORN_LOG_PRIORITY_ERROR));
+  ASSERT_EQ (chmod (folder.c_str (), 0755), 0);
+  EXPECT_EQ (next_location ().group, dir_.at ("photos/ZELTO_0002"));
+}
+
 TEST_F (Pictures, FullGroupIsAnError)
 {
   const Location first = next_location ();
-  for (gint i = 0; i < 9999; i++)
-    touch (first.file_name (i));
+  touch (first.file_name (9998));
   EXPECT_EQ (next_location (first.group).index, 9999);
   touch (first.file_name (9999));
   const Location full = next_location (first.group);
   EXPECT_FALSE (full.found);
   EXPECT_EQ (full.group, first.group);
-  EXPECT_TRUE (log_.has ("picture group " + first.group + " is full: 10000 pictures",
+  EXPECT_TRUE (log_.has ("picture group " + first.group + " is full: its last index is 9999",
                          VORN_LOG_PRIORITY_ERROR));
+}
+
+TEST_F (Pictures, GroupOfAFolderThatIsGoneIsAnError)
+{
+  const std::string group = dir_.at ("elsewhere/ZELTO_0001");
+  EXPECT_FALSE (next_location (group).found);
+  EXPECT_TRUE (
+      log_.has ("cannot look for pictures of group " + group + ": No such file or directory",
+                VORN_LOG_PRIORITY_ERROR));
+}
+
+TEST_F (Pictures, UnfinishedPicturesAreClearedAwayOnce)
+{
+  const std::string old = dir_.write ("photos/ZELTO_0001_0000.jpg.A1b2C3", "half");
+  const std::string young = dir_.write ("photos/ZELTO_0001_0001.jpg.A1b2C3", "half");
+  const std::string whole = dir_.write ("photos/ZELTO_0001_0002.jpg", "whole");
+  const std::string other = dir_.write ("photos/holiday.jpg.A1b2C3", "mine");
+  const auto long_ago = fs::file_time_type::clock::now () - std::chrono::minutes (2);
+  for (const std::string &file : {old, whole, other})
+    fs::last_write_time (file, long_ago);
+  EXPECT_TRUE (next_location ().found);
+  EXPECT_FALSE (fs::exists (old));
+  EXPECT_TRUE (log_.has ("removed unfinished picture " + old, VORN_LOG_PRIORITY_INFO));
+  for (const std::string &file : {young, whole, other})
+    EXPECT_TRUE (fs::exists (file)) << file;
+  fs::last_write_time (young, long_ago);
+  EXPECT_TRUE (next_location ().found);
+  EXPECT_TRUE (fs::exists (young));
 }
 
 TEST_F (Pictures, GroupWithANameThatNoFileCanHaveIsAnError)
@@ -209,6 +283,73 @@ TEST_F (Pictures, LastLocationIsAFileThatExists)
   EXPECT_FALSE (vorn_utils_set_picture_last_location (""));
   const vorn::OwnedString still (vorn_utils_get_picture_last_location ());
   EXPECT_EQ (still.get (), picture);
+}
+
+// ---- The last picture, from one run to the next
+
+TEST_F (Pictures, LastLocationIsRememberedAcrossRuns)
+{
+  const std::string picture = dir_.write ("photos/ZELTO_0012_0003.jpg", "x");
+  EXPECT_EQ (last_location (), "");
+  ASSERT_TRUE (vorn_utils_set_picture_last_location (picture.c_str ()));
+  restart ();
+  EXPECT_EQ (last_location (), picture);
+  // The folder may have moved meanwhile.
+  const std::string moved = dir_.path () + "-moved";
+  fs::rename (dir_.path (), moved);
+  vorn_utils_set_media_folder (moved.c_str ());
+  EXPECT_EQ (last_location (), moved + "/photos/ZELTO_0012_0003.jpg");
+  fs::rename (moved, dir_.path ());
+}
+
+TEST_F (Pictures, LastPictureElsewhereIsRememberedAsWell)
+{
+  const TempDir elsewhere;
+  const std::string picture = elsewhere.write ("a.jpg", "x");
+  ASSERT_TRUE (vorn_utils_set_picture_last_location (picture.c_str ()));
+  restart ();
+  EXPECT_EQ (last_location (), picture);
+}
+
+TEST_F (Pictures, NumbersGoOnWhenThePicturesWereDeleted)
+{
+  const std::string picture = dir_.write ("photos/ZELTO_0012_0003.jpg", "x");
+  ASSERT_TRUE (vorn_utils_set_picture_last_location (picture.c_str ()));
+  fs::remove (picture);
+  restart ();
+  EXPECT_EQ (last_location (), "");
+  EXPECT_EQ (next_location ().group, dir_.at ("photos/ZELTO_0013"));
+}
+
+TEST_F (Pictures, StateFileThatTellsNothingIsIgnored)
+{
+  for (const std::string &text :
+       {std::string (), std::string ("\n"), std::string ("gone.jpg\n"), std::string (3, '\0'),
+        std::string (100000, 'x'), std::string ("\xff\xfe%s%n"), std::string ("photos")}) {
+    dir_.write (".last-picture", text);
+    dir_.write ("photos/ZELTO_0001_0000.jpg", "x");
+    restart ();
+    EXPECT_EQ (last_location (), "");
+    EXPECT_EQ (next_location ().group, dir_.at ("photos/ZELTO_0002"));
+  }
+  EXPECT_TRUE (log_.lines ().empty ());
+}
+
+TEST_F (Pictures, StateThatCannotBeWrittenIsTold)
+{
+  const std::string picture = dir_.write ("photos/ZELTO_0001_0000.jpg", "x");
+  ASSERT_TRUE (fs::create_directory (dir_.at (".last-picture")));
+  EXPECT_TRUE (vorn_utils_set_picture_last_location (picture.c_str ()));
+  EXPECT_EQ (last_location (), picture);
+  const auto warnings = log_.texts (VORN_LOG_PRIORITY_WARNING);
+  ASSERT_EQ (warnings.size (), 1u);
+  EXPECT_EQ (warnings[0].find ("the last picture is not remembered beyond this run: "), 0u)
+      << warnings[0];
+  // Nothing half written stays.
+  int entries = 0;
+  for ([[maybe_unused]] const auto &entry : fs::directory_iterator (dir_.path ()))
+    entries++;
+  EXPECT_EQ (entries, 2);
 }
 
 TEST (ResourceError, CarriesCodeAndMessage)

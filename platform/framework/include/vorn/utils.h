@@ -25,18 +25,26 @@ VORN_API gchar *vorn_utils_get_media_folder (void);
  * to the location of the group that the photo continues. The caller owns the string; a returned one
  * replaces the one passed in, which is freed.
  * pattern, out: a location pattern for multifilesink (percent signs of the path doubled, one "%04d"
- * for the index); free with g_free. index, out: the first free index in the group. flag: 0, no
- * other is defined.
+ * for the index); free with g_free. index, out: the one after the highest in the group, so that the
+ * pictures of a whole series overwrite nothing. flag: 0, no other is defined.
  *
- * FALSE (with an error logged) when the folder cannot be made or a file name would not be unique.
+ * Groups are numbered from 1 to 9999 after the highest in the folder and that of the last picture;
+ * their pictures from 0 to 9999. The first new group in a folder also clears away what a process
+ * that was killed left half written there.
+ *
+ * FALSE (with an error logged) when the folder cannot be made or written to, or no number is left.
  */
 VORN_API gboolean vorn_utils_get_picture_location_pattern (guint32 flag, gchar **group_location,
                                                            gchar **pattern, gint *index);
 
-/** Notes a written picture as the last one; FALSE when there is no such file. */
+/**
+ * Notes a written picture as the last one, also for later runs (in the file ".last-picture" of the
+ * media folder), and waits until it is safely on the disk. FALSE when there is no such file.
+ */
 VORN_API gboolean vorn_utils_set_picture_last_location (const gchar *filename);
 
-/** The last picture written in this process or NULL; free with g_free. */
+/** The last picture, of this run or an earlier one, or NULL when there is none (any more); free
+ * with g_free. */
 VORN_API gchar *vorn_utils_get_picture_last_location (void);
 
 #define VORN_RESOURCE_ERROR (vorn_resource_error_quark ())
