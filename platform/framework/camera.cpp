@@ -56,6 +56,9 @@ VornCamera *vorn_camera_new (const VornCameraParameters *parameters)
   state.video_device = parameters->video_device ? parameters->video_device : "";
   state.element_factory = parameters->element_factory ? parameters->element_factory : "";
   state.parameters = *parameters;
+  // The caller's strings are not ours to keep.
+  state.parameters.name = state.parameters.video_device = state.parameters.element_factory =
+      nullptr;
   const VornResolution &size = parameters->sensor_configuration.resolution;
   state.sensor = vorn::adopt (vorn_sensor_new (size.width, size.height));
   return camera;
