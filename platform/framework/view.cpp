@@ -276,13 +276,33 @@ gboolean vorn_view_unprepare (VornView *view)
   return klass->unprepare ? klass->unprepare (view) : TRUE;
 }
 
+/** Whoever chooses a mode wants what it says, whatever the view takes by default. */
+static void apply_own_settings (VornView *view, const VornCameraMode *mode)
+{
+  VornViewClass *klass = VORN_VIEW_GET_CLASS (view);
+  if (mode->type == VORN_CAMERA_MODE_RECORDING && klass->set_recording_format &&
+      vorn_view_check_feature (view, VORN_VIEW_FEATURE_RECORDING)) {
+    const VornFormat format = {mode->recording.resolution, mode->recording.framerate, mode->flag};
+    vorn_view_set_recording_format (view, &format);
+  }
+  if (mode->type == VORN_CAMERA_MODE_PHOTO && klass->set_snapshot_format &&
+      vorn_view_check_feature (view, VORN_VIEW_FEATURE_SNAPSHOT))
+    vorn_view_set_snapshot_format (view, mode->photo.photo_mode, mode->photo.format,
+                                   mode->photo.file_format, mode->photo.count);
+}
+
 gboolean vorn_view_update_camera_mode (VornView *view, const VornCameraMode *mode)
 {
   g_return_val_if_fail (VORN_IS_VIEW (view), FALSE);
   g_return_val_if_fail (mode != NULL, FALSE);
   VornViewClass *klass = VORN_VIEW_GET_CLASS (view);
-  return may (view, "camera mode", klass->update_camera_mode != nullptr) &&
-         is_idle (view, "camera mode") && klass->update_camera_mode (view, mode);
+  if (!may (view, "camera mode", klass->update_camera_mode != nullptr) ||
+      !is_idle (view, "camera mode"))
+    return FALSE;
+  if (!klass->update_camera_mode (view, mode))
+    return FALSE;
+  apply_own_settings (view, mode);
+  return TRUE;
 }
 
 gboolean vorn_view_stream_setup (VornView *view, VornStreamSetup *setup)

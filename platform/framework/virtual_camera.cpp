@@ -153,6 +153,9 @@ gboolean vorn_virtual_camera_add_view (VornVirtualCamera *camera, VornView *view
   }
   state.views = g_list_append (state.views, owned.release ());
   vorn::view_set_parent (view, camera);
+  // One that is prepared already has missed the mode.
+  if (state.has_mode && vorn_view_is_prepared (view))
+    vorn_view_update_camera_mode (view, &state.mode);
   return TRUE;
 }
 
@@ -205,6 +208,13 @@ static const char *check_mode (VornVirtualCamera *camera, const VornCameraMode *
   return "no such type";
 }
 
+static void publish_hdr (VornVirtualCamera *camera)
+{
+  const Private &state = state_of (camera);
+  g_signal_emit (camera, signals[SIGNAL_HDR_CHANGED], 0, static_cast<gboolean> (state.hdr_state),
+                 static_cast<gboolean> (state.hdr_availability));
+}
+
 gboolean vorn_virtual_camera_set_mode (VornVirtualCamera *camera, const VornCameraMode *mode)
 {
   g_return_val_if_fail (VORN_IS_VIRTUAL_CAMERA (camera), FALSE);
@@ -228,6 +238,9 @@ gboolean vorn_virtual_camera_set_mode (VornVirtualCamera *camera, const VornCame
     vorn_virtual_camera_set_hdr_availability (camera, former_availability);
     return FALSE;
   }
+  // A product's own set_mode publishes it.
+  if (!klass->set_mode && former_availability != hdr_available)
+    publish_hdr (camera);
   state.mode = *mode;
   state.has_mode = true;
   bool applied = true;
@@ -248,13 +261,6 @@ gboolean vorn_virtual_camera_has_mode (VornVirtualCamera *camera)
 {
   g_return_val_if_fail (VORN_IS_VIRTUAL_CAMERA (camera), FALSE);
   return state_of (camera).has_mode;
-}
-
-static void publish_hdr (VornVirtualCamera *camera)
-{
-  const Private &state = state_of (camera);
-  g_signal_emit (camera, signals[SIGNAL_HDR_CHANGED], 0, static_cast<gboolean> (state.hdr_state),
-                 static_cast<gboolean> (state.hdr_availability));
 }
 
 gboolean vorn_virtual_camera_get_hdr_state (VornVirtualCamera *camera)

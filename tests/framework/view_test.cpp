@@ -226,7 +226,9 @@ TEST_F (View, OperationsCallTheClassAndGiveItsResult)
     SetUp ();
     prepare ();
     EXPECT_TRUE (operation.call (view_));
-    EXPECT_EQ (record ().calls, Calls{operation.name});
+    ASSERT_FALSE (record ().calls.empty ());
+    EXPECT_EQ (record ().calls.front (), operation.name);
+    EXPECT_EQ (record ().count (operation.name), 1);
     SetUp ();
     prepare ();
     record ().failing = {operation.name};
@@ -573,6 +575,42 @@ TEST_F (View, PredicatesAreAskedFromOtherThreads)
   }
   stop = true;
   asking.join ();
+}
+
+TEST_F (View, AModeBringsItsOwnSettings)
+{
+  TestViewRecord &record = test_view_record (view_);
+  ASSERT_TRUE (vorn_view_prepare (view_));
+  const auto recording = recording_mode (1280, 720, 30, 1);
+  const auto photo = photo_mode (0, 1, 2, 3);
+  const struct {
+    const VornCameraMode &mode;
+    guint32 features;
+    std::set<std::string> failing;
+    std::vector<std::string> calls;
+    bool result;
+  } rows[] = {
+      {recording, 7, {}, {"update_camera_mode", "set_recording_format"}, true},
+      {recording, VORN_VIEW_FEATURE_STREAMING, {}, {"update_camera_mode"}, true},
+      {photo, 7, {}, {"update_camera_mode", "set_snapshot_format"}, true},
+      {photo, VORN_VIEW_FEATURE_RECORDING, {}, {"update_camera_mode"}, true},
+      {recording, 7, {"update_camera_mode"}, {"update_camera_mode"}, false},
+      // The mode is in force; the view has said why it does not record that way.
+      {recording,
+       7,
+       {"set_recording_format"},
+       {"update_camera_mode", "set_recording_format"},
+       true},
+  };
+  for (const auto &row : rows) {
+    record.calls.clear ();
+    record.features = row.features;
+    record.failing = row.failing;
+    EXPECT_EQ (vorn_view_update_camera_mode (view_, &row.mode), row.result);
+    EXPECT_EQ (record.calls, row.calls);
+  }
+  EXPECT_EQ (record.number, 3u) << "the photo count";
+  EXPECT_TRUE (log_.texts (VORN_LOG_PRIORITY_WARNING).empty ());
 }
 
 } // namespace

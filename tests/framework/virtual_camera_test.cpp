@@ -2,6 +2,7 @@
 #include <vorn/virtual_camera.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -215,8 +216,28 @@ TEST_F (VirtualCamera, ForwardsModesToPreparedViewsOnly)
   // Preparing applies the stored mode, once.
   ASSERT_TRUE (vorn_view_prepare (waiting));
   EXPECT_EQ (test_view_record (waiting).calls,
-             (std::vector<std::string>{"prepare", "update_camera_mode"}));
+             (std::vector<std::string>{"prepare", "update_camera_mode", "set_recording_format"}));
   EXPECT_EQ (test_view_record (waiting).mode.recording.resolution.width, 1280u);
+}
+
+TEST_F (VirtualCamera, ViewThatIsPreparedBeforeItIsAddedGetsTheMode)
+{
+  const auto make = [] (const char *name) {
+    auto view = vorn::adopt (test_view_new (name));
+    EXPECT_TRUE (vorn_view_prepare (view.get ()));
+    return view;
+  };
+  // Without a mode there is nothing to get.
+  auto early = make ("early");
+  TestViewRecord &early_record = test_view_record (early.get ());
+  ASSERT_TRUE (vorn_virtual_camera_add_view (camera_, early.release ()));
+  EXPECT_EQ (early_record.count ("update_camera_mode"), 0);
+  ASSERT_TRUE (vorn_virtual_camera_set_mode (camera_, &good_mode));
+  auto late = make ("late");
+  TestViewRecord &late_record = test_view_record (late.get ());
+  ASSERT_TRUE (vorn_virtual_camera_add_view (camera_, late.release ()));
+  EXPECT_EQ (late_record.count ("update_camera_mode"), 1);
+  EXPECT_EQ (late_record.mode.recording.resolution.width, 1280u);
 }
 
 TEST_F (VirtualCamera, ViewThatFailsToPrepareGetsNoMode)
@@ -308,6 +329,20 @@ TEST_F (VirtualCamera, HdrIsPublishedWheneverItIsSet)
   EXPECT_EQ (published, (Published{{true, false}, {true, true}, {true, true}, {false, true}}));
   EXPECT_FALSE (vorn_virtual_camera_get_hdr_state (camera_));
   EXPECT_TRUE (vorn_virtual_camera_get_hdr_availability (camera_));
+}
+
+TEST_F (VirtualCamera, HdrOfANewModeIsPublishedWithoutTheProductsHelp)
+{
+  VornVirtualCameraClass *klass = VORN_VIRTUAL_CAMERA_GET_CLASS (camera_);
+  const auto set_mode = std::exchange (klass->set_mode, nullptr);
+  Published published;
+  g_signal_connect (camera_, "hdr-changed", G_CALLBACK (on_hdr_changed), &published);
+  const auto photo = photo_mode (0, 0, 0);
+  EXPECT_TRUE (vorn_virtual_camera_set_mode (camera_, &good_mode));
+  EXPECT_TRUE (vorn_virtual_camera_set_mode (camera_, &good_mode));
+  EXPECT_TRUE (vorn_virtual_camera_set_mode (camera_, &photo));
+  klass->set_mode = set_mode;
+  EXPECT_EQ (published, (Published{{false, true}, {false, false}}));
 }
 
 // ---- Activation

@@ -150,7 +150,10 @@ VORN_API const VornViewCapabilities *vorn_view_get_capabilities (VornView *view)
 /** TRUE when the current mode has all these VornViewFeature bits. */
 VORN_API gboolean vorn_view_check_feature (VornView *view, guint32 features);
 
-/** Applies a camera mode. Refused while the view records or takes a picture. */
+/**
+ * Applies a camera mode, and after it, where the view has the feature, the recording format or the
+ * snapshot settings that the mode itself names. Refused while the view records or takes a picture.
+ */
 VORN_API gboolean vorn_view_update_camera_mode (VornView *view, const VornCameraMode *mode);
 
 /**
