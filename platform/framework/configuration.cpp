@@ -35,6 +35,21 @@ constexpr const char *camera_keys[] = {"video-device", "element",          "sens
 
 constexpr const char *product_keys[] = {"thermal-alignment-offsets"};
 
+constexpr const char *metadata_text_keys[] = {
+    "manufacturer",     "model",    "model-id",   "serial",
+    "software-version", "build-id", "flight-uid", "run-id"};
+constexpr const char *metadata_keys[] = {"manufacturer",
+                                         "model",
+                                         "model-id",
+                                         "serial",
+                                         "software-version",
+                                         "build-id",
+                                         "flight-uid",
+                                         "run-id",
+                                         "accuracy-horizontal",
+                                         "accuracy-vertical",
+                                         "takeoff-altitude"};
+
 /** Reads the keys of one group; the first thing wrong is kept as the error, naming file, group and
  * key. */
 class Group
@@ -210,6 +225,23 @@ VornCamera *read_camera (GKeyFile *key_file, const char *path, const char *group
   return group.failed () ? nullptr : vorn_camera_new (&parameters);
 }
 
+/** What the metadata provider reads later is known to be good. */
+void check_metadata (Group &group)
+{
+  for (const char *key : metadata_text_keys)
+    if (group.has (key))
+      group.text (key);
+  for (const char *key : {"accuracy-horizontal", "accuracy-vertical"}) {
+    gdouble accuracy[1] = {};
+    group.numbers (key, accuracy);
+    if (accuracy[0] < 0.0)
+      group.fail (key, "must not be below 0");
+  }
+  gdouble altitude[1] = {};
+  group.numbers ("takeoff-altitude", altitude);
+  group.warn_of_unknown_keys (metadata_keys);
+}
+
 bool read_cameras (VornProductConfiguration *configuration, const char *path, GError **error)
 {
   const vorn::OwnedStrings groups (g_key_file_get_groups (configuration->key_file, nullptr));
@@ -249,7 +281,10 @@ VornProductConfiguration *vorn_product_configuration_load (const gchar *path, GE
   product.alignment_offsets ("thermal-alignment-offsets",
                              &configuration->thermal_alignment_offsets);
   product.warn_of_unknown_keys (product_keys);
-  if (product.failed () || !read_cameras (configuration.get (), path, error))
+  Group metadata (configuration->key_file, path, "metadata", error);
+  if (!product.failed ())
+    check_metadata (metadata);
+  if (product.failed () || metadata.failed () || !read_cameras (configuration.get (), path, error))
     return nullptr;
   return configuration.release ();
 }

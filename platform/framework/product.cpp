@@ -204,6 +204,7 @@ gboolean vorn_product_add_virtual_camera (VornProduct *product, VornVirtualCamer
                     vorn_virtual_camera_get_name (camera));
     return FALSE;
   }
+  vorn::metadata_provider_configure (vorn_virtual_cam_get_pmd (camera), state.settings.get ());
   state.virtual_cameras = g_list_append (state.virtual_cameras, owned.release ());
   return TRUE;
 }

@@ -13,6 +13,8 @@ VORN_LOG_TAG ("vorn_virtual_camera");
 namespace
 {
 
+using Provider = vorn::Owned<VornMetadataProvider, vorn::metadata_provider_free>;
+
 struct Private {
   std::string name;
   std::string display_name;
@@ -23,6 +25,7 @@ struct Private {
   bool hdr_state = false;
   bool hdr_availability = false;
   bool active = false;
+  const Provider metadata_provider = Provider (vorn::metadata_provider_new ());
 };
 
 enum Property { PROPERTY_NAME = 1, PROPERTY_DISPLAY_NAME, PROPERTY_SCHEMA_ID };
@@ -136,6 +139,12 @@ const gchar *vorn_virtual_camera_get_name (VornVirtualCamera *camera)
 {
   g_return_val_if_fail (VORN_IS_VIRTUAL_CAMERA (camera), nullptr);
   return state_of (camera).name.c_str ();
+}
+
+VornMetadataProvider *vorn_virtual_cam_get_pmd (VornVirtualCamera *camera)
+{
+  g_return_val_if_fail (VORN_IS_VIRTUAL_CAMERA (camera), nullptr);
+  return state_of (camera).metadata_provider.get ();
 }
 
 gboolean vorn_virtual_camera_add_view (VornVirtualCamera *camera, VornView *view)

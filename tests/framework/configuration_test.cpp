@@ -349,6 +349,36 @@ TEST_F (ConfigurationTest, CameraElementIsMadeOnceAndLent)
   EXPECT_FALSE (g_object_is_floating (element));
 }
 
+TEST_F (ConfigurationTest, MetadataAreChecked)
+{
+  EXPECT_TRUE (load (front + "[metadata]\nmanufacturer=Ma\nmodel=Mo\nmodel-id=Mi\nserial=Se\n"
+                             "software-version=1\nbuild-id=Bu\nflight-uid=Fl\nrun-id=Ru\n"
+                             "accuracy-horizontal=0\naccuracy-vertical=2.5\n"
+                             "takeoff-altitude=-12.5\n"))
+      << error_.message ();
+  EXPECT_TRUE (log_.lines ().empty ());
+  EXPECT_TRUE (load (front + "[metadata]\nmanufactuer=Ma\n"));
+  EXPECT_TRUE (log_.has (path_ + ": group 'metadata': key 'manufactuer' is not known and has no "
+                                 "effect",
+                         VORN_LOG_PRIORITY_WARNING));
+  const struct {
+    const char *line;
+    const char *message;
+  } cases[] = {
+      {"serial=", "group 'metadata', key 'serial': empty"},
+      {"run-id=", "group 'metadata', key 'run-id': empty"},
+      {"accuracy-horizontal=-0.1",
+       "group 'metadata', key 'accuracy-horizontal': must not be below 0"},
+      {"accuracy-vertical=1;2",
+       "group 'metadata', key 'accuracy-vertical': 1 numbers expected, there are 2"},
+      {"takeoff-altitude=nan",
+       "group 'metadata', key 'takeoff-altitude': a number that is not finite"},
+  };
+  for (const auto &c : cases)
+    expect_error (front + "[metadata]\n" + c.line + "\n", VORN_CONFIGURATION_ERROR_VALUE,
+                  c.message);
+}
+
 TEST_F (ConfigurationTest, CameraElementThatThereIsNotIsAnError)
 {
   const auto configuration = load (front + "element=nosuchelement\n");

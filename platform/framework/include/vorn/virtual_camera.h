@@ -13,6 +13,7 @@
 
 #include <vorn/api.h>
 #include <vorn/exposure.h>
+#include <vorn/metadata_provider.h>
 #include <vorn/modes.h>
 #include <vorn/view.h>
 
@@ -66,6 +67,10 @@ VORN_API const gchar *vorn_virtual_camera_get_name (VornVirtualCamera *camera);
 /** Adds a view and takes over the caller's reference. FALSE (and the reference dropped) when it has
  * one. */
 VORN_API gboolean vorn_virtual_camera_add_view (VornVirtualCamera *camera, VornView *view);
+
+/** What tells the metadata of the camera's photos; borrowed, as long as the camera lives.
+ * Thread-safe. */
+VORN_API VornMetadataProvider *vorn_virtual_cam_get_pmd (VornVirtualCamera *camera);
 
 /** The view added first, or NULL; borrowed. */
 VORN_API VornView *vorn_virtual_camera_get_first_view (VornVirtualCamera *camera);
