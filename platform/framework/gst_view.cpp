@@ -1,35 +1,18 @@
 // Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
 #include <vorn/gst_view.h>
 
-#include <algorithm>
 #include <gio/gio.h>
-#include <string>
-#include <vector>
 
+#include "gst_view_state.hpp"
 #include "internal.hpp"
-#include <vorn/gst_raii.hpp>
 #include <vorn/log.h>
 
 VORN_LOG_TAG ("vorn_gst_view");
 
+using vorn::GstViewState;
+
 namespace
 {
-
-struct Attached {
-  vorn::Ref<GstElement> element;
-  guint bus_watch = 0;
-};
-
-struct Private {
-  std::vector<Attached> attached;
-  vorn::Ref<GstPad> streaming_pad;
-  vorn::Ref<GstPad> recording_pad;
-  std::string streaming_preset;
-  std::string recording_preset;
-  guint recording_bitrate = 0; // bit/s; 0: the preset's
-  vorn::Ref<GstElement> streaming_encoder;
-  vorn::Ref<GstElement> recording_encoder;
-};
 
 enum Property {
   PROPERTY_STREAMING_PRESET = 1,
@@ -42,7 +25,7 @@ enum Property {
 } // namespace
 
 typedef struct {
-  Private *state;
+  GstViewState *state;
 } VornGstViewPrivate;
 
 static void vorn_gst_view_initable_interface_init (GInitableIface *interface);
@@ -52,9 +35,14 @@ G_DEFINE_TYPE_WITH_CODE (VornGstView, vorn_gst_view, VORN_TYPE_VIEW,
                              G_IMPLEMENT_INTERFACE (G_TYPE_INITABLE,
                                                     vorn_gst_view_initable_interface_init))
 
-static Private &state_of (VornGstView *view)
+static GstViewState &state_of (VornGstView *view)
 {
   return *static_cast<VornGstViewPrivate *> (vorn_gst_view_get_instance_private (view))->state;
+}
+
+GstViewState &vorn::gst_view_state (VornGstView *view)
+{
+  return state_of (view);
 }
 
 static gboolean vorn_gst_view_initable_init (GInitable *, GCancellable *, GError **)
@@ -67,20 +55,31 @@ static void vorn_gst_view_initable_interface_init (GInitableIface *interface)
   interface->init = vorn_gst_view_initable_init;
 }
 
+static std::string text_of (const GValue *value)
+{
+  const gchar *text = g_value_get_string (value);
+  return text ? text : "";
+}
+
 static void vorn_gst_view_set_property (GObject *object, guint id, const GValue *value,
                                         GParamSpec *pspec)
 {
-  Private &state = state_of (VORN_GST_VIEW (object));
+  GstViewState &state = state_of (VORN_GST_VIEW (object));
   switch (id) {
   case PROPERTY_STREAMING_PRESET:
-  case PROPERTY_RECORDING_PRESET: {
-    const gchar *preset = g_value_get_string (value);
-    (id == PROPERTY_STREAMING_PRESET ? state.streaming_preset : state.recording_preset) =
-        preset ? preset : "";
+    state.streaming_preset = text_of (value);
+    if (state.stream)
+      state.stream->chain ().load_preset (state.streaming_preset);
     break;
-  }
+  case PROPERTY_RECORDING_PRESET:
+    state.recording_preset = text_of (value);
+    if (state.recording)
+      state.recording->chain ().load_preset (state.recording_preset);
+    break;
   case PROPERTY_RECORDING_BITRATE:
     state.recording_bitrate = g_value_get_uint (value);
+    if (state.recording)
+      state.recording->chain ().set_bitrate (state.recording_bitrate);
     break;
   default:
     G_OBJECT_WARN_INVALID_PROPERTY_ID (object, id, pspec);
@@ -89,7 +88,7 @@ static void vorn_gst_view_set_property (GObject *object, guint id, const GValue 
 
 static void vorn_gst_view_get_property (GObject *object, guint id, GValue *value, GParamSpec *pspec)
 {
-  const Private &state = state_of (VORN_GST_VIEW (object));
+  const GstViewState &state = state_of (VORN_GST_VIEW (object));
   switch (id) {
   case PROPERTY_STREAMING_PRESET:
     g_value_set_string (value, state.streaming_preset.c_str ());
@@ -101,10 +100,10 @@ static void vorn_gst_view_get_property (GObject *object, guint id, GValue *value
     g_value_set_uint (value, state.recording_bitrate);
     break;
   case PROPERTY_STREAMING_ENCODER:
-    g_value_set_object (value, state.streaming_encoder.get ());
+    g_value_set_object (value, state.stream ? state.stream->chain ().encoder () : nullptr);
     break;
   case PROPERTY_RECORDING_ENCODER:
-    g_value_set_object (value, state.recording_encoder.get ());
+    g_value_set_object (value, state.recording ? state.recording->chain ().encoder () : nullptr);
     break;
   default:
     G_OBJECT_WARN_INVALID_PROPERTY_ID (object, id, pspec);
@@ -140,11 +139,8 @@ static gboolean vorn_gst_view_handle_message (VornGstView *view, GstMessage *mes
   default:
     break;
   }
-  return TRUE;
-}
-
-static gboolean vorn_gst_view_succeed (VornView *)
-{
+  vorn::gst_view_watch_recording (view, message);
+  vorn::gst_view_watch_stream (view, message);
   return TRUE;
 }
 
@@ -157,9 +153,7 @@ static void vorn_gst_view_class_init (VornGstViewClass *klass)
   object_class->finalize = vorn_gst_view_finalize;
   klass->handle_message = vorn_gst_view_handle_message;
 
-  VornViewClass *view_class = VORN_VIEW_CLASS (klass);
-  view_class->prepare = vorn_gst_view_succeed;
-  view_class->unprepare = vorn_gst_view_succeed;
+  vorn::gst_view_fill_operations (VORN_VIEW_CLASS (klass));
 
   constexpr auto read_write = static_cast<GParamFlags> (G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS);
   constexpr auto read_only = static_cast<GParamFlags> (G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
@@ -189,7 +183,7 @@ static void vorn_gst_view_class_init (VornGstViewClass *klass)
 static void vorn_gst_view_init (VornGstView *view)
 {
   static_cast<VornGstViewPrivate *> (vorn_gst_view_get_instance_private (view))->state =
-      new Private;
+      new GstViewState;
 }
 
 static gboolean on_bus_message (GstBus *, GstMessage *message, gpointer data)
@@ -202,17 +196,20 @@ static gboolean on_bus_message (GstBus *, GstMessage *message, gpointer data)
 
 void vorn::gst_view_take_down (VornGstView *view)
 {
-  Private &state = state_of (view);
-  for (Attached &attached : std::exchange (state.attached, {})) {
+  GstViewState &state = state_of (view);
+  gst_view_forget_restart (view);
+  // First of all, while there is still a pipeline that the file's elements are in.
+  gst_view_end_recording (view, nullptr);
+  for (AttachedPipeline &attached : std::exchange (state.attached, {})) {
     if (attached.bus_watch != 0)
       g_source_remove (attached.bus_watch);
     gst_element_set_state (attached.element.get (), GST_STATE_NULL);
     product_forget_pipeline (attached.element.get ());
   }
+  gst_view_remove_branches (view);
   state.streaming_pad.reset ();
   state.recording_pad.reset ();
-  state.streaming_encoder.reset ();
-  state.recording_encoder.reset ();
+  state.units.clear ();
 }
 
 gboolean vorn_gst_view_attach_element (VornGstView *view, GstElement *element)
@@ -225,7 +222,7 @@ gboolean vorn_gst_view_attach_element (VornGstView *view, GstElement *element)
                     GST_OBJECT_NAME (element));
     return FALSE;
   }
-  Attached attached;
+  vorn::AttachedPipeline attached;
   attached.element = vorn::share (element);
   attached.bus_watch = gst_bus_add_watch (bus.get (), on_bus_message, view);
   if (attached.bus_watch == 0) {
@@ -241,7 +238,7 @@ gboolean vorn_gst_view_set_source_pad (VornGstView *view, GstPad *pad, guint32 k
 {
   g_return_val_if_fail (VORN_IS_GST_VIEW (view), FALSE);
   g_return_val_if_fail (GST_IS_PAD (pad), FALSE);
-  Private &state = state_of (view);
+  GstViewState &state = state_of (view);
   const char *reason = nullptr;
   if (kinds == 0 || kinds > VORN_PIPELINE_KIND_BOTH)
     reason = "no such kind";
@@ -267,8 +264,79 @@ gboolean vorn_gst_view_set_source_pad (VornGstView *view, GstPad *pad, guint32 k
 GstPad *vorn_gst_view_get_source_pad (VornGstView *view, VornPipelineKind kind)
 {
   g_return_val_if_fail (VORN_IS_GST_VIEW (view), nullptr);
-  const Private &state = state_of (view);
+  const GstViewState &state = state_of (view);
   return kind == VORN_PIPELINE_KIND_STREAMING   ? state.streaming_pad.get ()
          : kind == VORN_PIPELINE_KIND_RECORDING ? state.recording_pad.get ()
                                                 : nullptr;
+}
+
+// ---- Stream and recordings
+
+guint vorn_gst_view_add_stream_unit_func (VornGstView *view, VornStreamUnitFunc func, gpointer data,
+                                          GDestroyNotify destroy)
+{
+  g_return_val_if_fail (VORN_IS_GST_VIEW (view), 0);
+  g_return_val_if_fail (func != NULL, 0);
+  const guint id = state_of (view).units.add (func, data, destroy);
+  vorn_gst_view_request_key_frame (view);
+  return id;
+}
+
+void vorn_gst_view_remove_stream_unit_func (VornGstView *view, guint id)
+{
+  g_return_if_fail (VORN_IS_GST_VIEW (view));
+  state_of (view).units.remove (id);
+}
+
+void vorn_gst_view_request_key_frame (VornGstView *view)
+{
+  g_return_if_fail (VORN_IS_GST_VIEW (view));
+  GstViewState &state = state_of (view);
+  vorn::Ref<GstElement> encoder;
+  {
+    const vorn::Lock lock (&state.lock);
+    if (state.stream && state.stream->chain ().is_open ())
+      encoder = vorn::share (state.stream->chain ().encoder ());
+  }
+  if (encoder)
+    vorn::request_key_frame (encoder.get ());
+}
+
+void vorn_gst_view_get_statistics (VornGstView *view, VornGstViewStatistics *statistics)
+{
+  g_return_if_fail (VORN_IS_GST_VIEW (view));
+  g_return_if_fail (statistics != NULL);
+  *statistics = {};
+  GstViewState &state = state_of (view);
+  const vorn::Lock lock (&state.lock);
+  if (state.stream) {
+    const auto &counters = state.stream->chain ().counters ();
+    statistics->stream_frames_in = counters.frames_in;
+    statistics->stream_frames_out = counters.frames_out;
+    statistics->stream_bytes = counters.bytes;
+    statistics->stream_drops = counters.drops;
+  }
+  if (state.recording) {
+    const auto &counters = state.recording->chain ().counters ();
+    statistics->recording_frames_in = counters.frames_in;
+    statistics->recording_frames_out = counters.frames_out;
+    statistics->recording_bytes = counters.bytes;
+    statistics->recording_drops = counters.drops;
+  }
+}
+
+gchar *vorn_gst_view_get_stream_description (VornGstView *view)
+{
+  g_return_val_if_fail (VORN_IS_GST_VIEW (view), nullptr);
+  const GstViewState &state = state_of (view);
+  const std::string text = state.stream ? state.stream->describe () : std::string ();
+  return text.empty () ? nullptr : g_strdup (text.c_str ());
+}
+
+gchar *vorn_gst_view_get_recording_location (VornGstView *view)
+{
+  g_return_val_if_fail (VORN_IS_GST_VIEW (view), nullptr);
+  GstViewState &state = state_of (view);
+  const vorn::Lock lock (&state.lock);
+  return state.recording_location.empty () ? nullptr : g_strdup (state.recording_location.c_str ());
 }

@@ -299,8 +299,14 @@ gboolean vorn_view_update_camera_mode (VornView *view, const VornCameraMode *mod
   if (!may (view, "camera mode", klass->update_camera_mode != nullptr) ||
       !is_idle (view, "camera mode"))
     return FALSE;
-  if (!klass->update_camera_mode (view, mode))
+  // What was accepted for the former mode need not fit this one.
+  VornGstView *gst_view = VORN_IS_GST_VIEW (view) ? VORN_GST_VIEW (view) : nullptr;
+  const auto former = gst_view ? vorn::gst_view_take_formats (gst_view) : vorn::ViewFormats ();
+  if (!klass->update_camera_mode (view, mode)) {
+    if (gst_view)
+      vorn::gst_view_set_formats (gst_view, former);
     return FALSE;
+  }
   apply_own_settings (view, mode);
   return TRUE;
 }
@@ -447,13 +453,24 @@ gboolean vorn_view_set_activation (VornView *view, gboolean active)
          (!klass->set_activation || klass->set_activation (view, active));
 }
 
+void vorn::view_emit_record_event (VornView *view, guint32 event, const gchar *filename,
+                                   const GError *error)
+{
+  g_signal_emit (view, signals[SIGNAL_RECORD_EVENT], 0, event, filename, error);
+}
+
+void vorn::view_set_recording (VornView *view, bool recording)
+{
+  set_state (view, &Private::recording, recording);
+}
+
 void vorn_view_notify_record_event (VornView *view, guint32 event, const gchar *filename,
                                     const GError *error, guint64, guint64)
 {
   g_return_if_fail (VORN_IS_VIEW (view));
   if (event == VORN_RECORD_EVENT_STOPPED || event == VORN_RECORD_EVENT_FAILED)
     set_state (view, &Private::recording, false);
-  g_signal_emit (view, signals[SIGNAL_RECORD_EVENT], 0, event, filename, error);
+  vorn::view_emit_record_event (view, event, filename, error);
 }
 
 void vorn_view_notify_snapshot_event (VornView *view, guint32 event, gchar **files,
