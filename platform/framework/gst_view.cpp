@@ -231,6 +231,7 @@ gboolean vorn_gst_view_attach_element (VornGstView *view, GstElement *element)
     return FALSE;
   }
   state_of (view).attached.push_back (std::move (attached));
+  vorn::photo_file_watch (element);
   return TRUE;
 }
 
