@@ -27,35 +27,67 @@ double lattice (uint64_t seed, uint64_t x, uint64_t y)
   return static_cast<double> (bits >> 11) * 0x1p-52 - 1;
 }
 
-/** Smooth noise of one scale that repeats after cells * cell texels (value noise). */
-double smooth_noise (uint64_t seed, double x, double y, uint64_t cells)
+/** Smooth noise of one scale over a tile, cells * cells of it, without a seam (value noise). */
+class NoiseScale
 {
-  const double floor_x = std::floor (x);
-  const double floor_y = std::floor (y);
-  const auto wrap = [cells] (double i) { return static_cast<uint64_t> (i) % cells; };
-  const auto ease = [] (double t) { return t * t * (3 - 2 * t); };
-  const double fx = ease (x - floor_x);
-  const double fy = ease (y - floor_y);
-  const double top = std::lerp (lattice (seed, wrap (floor_x), wrap (floor_y)),
-                                lattice (seed, wrap (floor_x + 1), wrap (floor_y)), fx);
-  const double bottom = std::lerp (lattice (seed, wrap (floor_x), wrap (floor_y + 1)),
-                                   lattice (seed, wrap (floor_x + 1), wrap (floor_y + 1)), fx);
-  return std::lerp (top, bottom, fy);
-}
+public:
+  NoiseScale (uint64_t seed, uint32_t cells) : cells_ (cells), values_ (size_t{cells} * cells)
+  {
+    for (uint32_t y = 0; y < cells; y++)
+      for (uint32_t x = 0; x < cells; x++)
+        values_[size_t{y} * cells + x] = lattice (seed, x, y);
+  }
+
+  /** At a place of the tile, 0 to 1 each way. */
+  double at (double u, double v) const
+  {
+    const double x = u * cells_;
+    const double y = v * cells_;
+    const auto column = static_cast<uint32_t> (x);
+    const auto row = static_cast<uint32_t> (y);
+    const auto ease = [] (double t) { return t * t * (3 - 2 * t); };
+    const double fx = ease (x - column);
+    const double fy = ease (y - row);
+    const double top = std::lerp (value (column, row), value (column + 1, row), fx);
+    const double bottom = std::lerp (value (column, row + 1), value (column + 1, row + 1), fx);
+    return std::lerp (top, bottom, fy);
+  }
+
+private:
+  double value (uint32_t column, uint32_t row) const
+  {
+    return values_[size_t{row % cells_} * cells_ + column % cells_];
+  }
+
+  uint32_t cells_;
+  std::vector<double> values_;
+};
 
 /** Scales from `cells` in a tile on, each half as large and `fall` as strong as the one before. */
-double fractal_noise (uint64_t seed, double x, double y, uint64_t cells, int octaves, double fall)
+class FractalNoise
 {
-  double sum = 0;
-  double weight = 1;
-  for (int octave = 0; octave < octaves; octave++) {
-    const auto n = static_cast<double> (cells);
-    sum += weight * smooth_noise (seed + static_cast<uint64_t> (octave), x * n, y * n, cells);
-    weight *= fall;
-    cells *= 2;
+public:
+  FractalNoise (uint64_t seed, uint32_t cells, int scales, double fall) : fall_ (fall)
+  {
+    for (int i = 0; i < scales; i++)
+      scales_.emplace_back (seed + static_cast<uint64_t> (i), cells << i);
   }
-  return sum;
-}
+
+  double at (double u, double v) const
+  {
+    double sum = 0;
+    double weight = 1;
+    for (const NoiseScale &scale : scales_) {
+      sum += weight * scale.at (u, v);
+      weight *= fall_;
+    }
+    return sum;
+  }
+
+private:
+  double fall_;
+  std::vector<NoiseScale> scales_;
+};
 
 uint8_t to_byte (double value)
 {
@@ -100,19 +132,19 @@ std::shared_ptr<const TileTexture> make_tile (int size_log2, double texel_m, con
 /** Half a kilometre of meadows and pastures with bare soil between. */
 std::shared_ptr<const TileTexture> make_land (uint64_t seed)
 {
-  return make_tile (9, 1.0, [seed] (double u, double v) {
-    const double kind = fractal_noise (seed, u, v, 8, 6, 0.55);
-    const double bare = fractal_noise (seed + 100, u, v, 12, 4, 0.55);
-    return std::clamp (150 + 90 * kind, 90.0, 255.0) - std::clamp (400 * (bare - 0.45), 0.0, 160.0);
+  const FractalNoise kind (seed, 8, 6, 0.55);
+  const FractalNoise bare (seed + 100, 12, 4, 0.55);
+  return make_tile (9, 1.0, [&] (double u, double v) {
+    return std::clamp (150 + 90 * kind.at (u, v), 90.0, 255.0) -
+           std::clamp (400 * (bare.at (u, v) - 0.45), 0.0, 160.0);
   });
 }
 
 /** Ten metres of grass, for the view from close by: few enough to stay in a core's cache. */
 std::shared_ptr<const TileTexture> make_cover (uint64_t seed)
 {
-  return make_tile (8, 0.04, [seed] (double u, double v) {
-    return 128 + 26 * fractal_noise (seed + 300, u, v, 16, 4, 0.8);
-  });
+  const FractalNoise grass (seed + 300, 16, 4, 0.8);
+  return make_tile (8, 0.04, [&] (double u, double v) { return 128 + 26 * grass.at (u, v); });
 }
 
 constexpr Color magenta = {230, 20, 220};
