@@ -26,6 +26,8 @@ public:
   InstanceClaim &operator= (const InstanceClaim &) = delete;
 
   const std::string &name () const { return name_; }
+  /** The instance's runtime directory. */
+  const std::string &dir () const { return dir_; }
   /** Writes a line into a file of the runtime directory, at once for readers; its path, or empty.
    */
   std::string publish (const std::string &file, const std::string &line, std::string *error);

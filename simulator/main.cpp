@@ -11,6 +11,7 @@
 #include <vorn/raii.hpp>
 
 #include "drone.hpp"
+#include "drone_cameras.hpp"
 #include "iio_server.hpp"
 #include "instance_claim.hpp"
 #include "options.hpp"
@@ -64,6 +65,7 @@ struct Simulator {
   std::unique_ptr<InstanceClaim> claim;
   std::unique_ptr<IioServer> iio;
   std::unique_ptr<TelemetryPublisher> telemetry;
+  std::unique_ptr<DroneCameras> cameras;
   MainLoop loop{g_main_loop_new (nullptr, FALSE)};
   std::string reason_to_stop;
 
@@ -103,8 +105,9 @@ std::string served_text (const IioStatistics &statistics)
 gboolean on_progress (gpointer data)
 {
   const auto *simulator = static_cast<Simulator *> (data);
-  printf ("%s; IIO: %s\n", describe_state (simulator->drone, monotonic_ns ()).c_str (),
-          served_text (simulator->iio->statistics ()).c_str ());
+  printf ("%s; IIO: %s%s\n", describe_state (simulator->drone, monotonic_ns ()).c_str (),
+          served_text (simulator->iio->statistics ()).c_str (),
+          simulator->cameras->served_text ().c_str ());
   return G_SOURCE_CONTINUE;
 }
 
@@ -121,6 +124,7 @@ void print_start (const Simulator &simulator, const SimulatorOptions &options,
   printf ("publishing telemetry: video (estimate %.1f ms late), camera_controller, "
           "camera_zoom_controller, drone, truth\n",
           static_cast<double> (options.telemetry.estimator_delay_ns) * 1e-6);
+  printf ("%s", simulator.cameras->describe ().c_str ());
 }
 
 guint milliseconds (double seconds)
@@ -129,7 +133,8 @@ guint milliseconds (double seconds)
 }
 
 /** Starts all services; the reason of a failure, or empty. */
-std::string start (Simulator *simulator, const SimulatorOptions &options, std::string *uri_file)
+std::string start (Simulator *simulator, const SimulatorOptions &options,
+                   std::shared_ptr<const World> world, std::string *uri_file)
 {
   std::string error;
   simulator->claim =
@@ -147,6 +152,10 @@ std::string start (Simulator *simulator, const SimulatorOptions &options, std::s
   simulator->telemetry = TelemetryPublisher::start (simulator->drone, options.telemetry, &error);
   if (!simulator->telemetry)
     return error;
+  simulator->cameras = DroneCameras::start (simulator->drone, options.cameras, std::move (world),
+                                            simulator->claim->dir (), &error);
+  if (!simulator->cameras)
+    return error;
   *uri_file =
       simulator->claim->publish (VORN_INSTANCE_IIO_URI_FILE, simulator->iio->uri (), &error);
   return error;
@@ -161,13 +170,14 @@ int run (const SimulatorOptions &options)
     return fail (exit_usage, error);
   simulator.drone.home = options.home;
   simulator.drone.date_unix_ms = options.date_unix_ms.value_or (g_get_real_time () / 1000);
+  auto world = make_world (options.seed);
   simulator.drone.start_ns = monotonic_ns ();
 
   g_unix_signal_add (SIGINT, on_interrupt, &simulator);
   g_unix_signal_add (SIGTERM, on_terminate, &simulator);
 
   std::string uri_file;
-  error = start (&simulator, options, &uri_file);
+  error = start (&simulator, options, std::move (world), &uri_file);
   if (!error.empty ())
     return fail (exit_failure, error);
   print_start (simulator, options, uri_file);
@@ -179,9 +189,10 @@ int run (const SimulatorOptions &options)
     g_timeout_add (milliseconds (options.progress_s), on_progress, &simulator);
 
   g_main_loop_run (simulator.loop.get ());
-  printf ("%s after %.1f s; IIO: %s\n", simulator.reason_to_stop.c_str (),
+  printf ("%s after %.1f s; IIO: %s%s\n", simulator.reason_to_stop.c_str (),
           simulator.drone.time_s (monotonic_ns ()),
-          served_text (simulator.iio->statistics ()).c_str ());
+          served_text (simulator.iio->statistics ()).c_str (),
+          simulator.cameras->served_text ().c_str ());
   return 0;
 }
 

@@ -163,16 +163,18 @@ std::optional<SimulatorOptions> parse_options (int argc, char **argv, std::strin
       {"progress", 0, 0, G_OPTION_ARG_DOUBLE, &a.progress_s,
        "Seconds between lines of progress (10; 0: none)", "SECONDS"},
       {}};
+  CameraArguments camera_arguments;
   const OptionContext context (g_option_context_new (nullptr));
-  g_option_context_set_summary (context.get (),
-                                "One simulated drone: its flight, its camera's gyroscope over the "
-                                "network protocol of libiio,\nand its telemetry.");
+  g_option_context_set_summary (
+      context.get (), "One simulated drone: its flight, its cameras, the front camera's "
+                      "gyroscope over the network protocol\nof libiio, and its telemetry.");
   g_option_context_set_description (
       context.get (),
       "A log is a CSV file with the columns time_s, north_m, east_m, down_m, qx, qy, qz, qw\n"
       "(camera to NED), in this order or named by a header line.\n\n"
       "Example: desk-simulator --flight orbit & IIOD_REMOTE=ip:127.0.0.1:PORT iio_info\n");
   g_option_context_add_main_entries (context.get (), entries, nullptr);
+  g_option_context_add_group (context.get (), camera_arguments.make_group ());
   vorn::ErrorOut failure;
   if (!g_option_context_parse (context.get (), &argc, &argv, failure.out ())) {
     *error = failure.message ();
@@ -184,6 +186,10 @@ std::optional<SimulatorOptions> parse_options (int argc, char **argv, std::strin
   }
   SimulatorOptions options;
   *error = take_over (a, &options);
+  // What the drone tells of its picture is true unless its camera is told otherwise.
+  options.cameras.front.sensor.horizontal_fov_rad = options.telemetry.hfov_rad;
+  if (error->empty ())
+    *error = camera_arguments.take_over (&options.cameras);
   return error->empty () ? std::optional (options) : std::nullopt;
 }
 

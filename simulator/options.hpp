@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "camera_options.hpp"
 #include "geodesy.hpp"
 #include "gyro_sensor.hpp"
 #include "telemetry_publisher.hpp"
@@ -27,6 +28,7 @@ struct SimulatorOptions {
   double progress_s = 10;
   GyroModel gyro;
   TelemetryOptions telemetry;
+  CameraOptions cameras;
 };
 
 /** Empty when the arguments are wrong; error says which and why. --help prints and exits. */

@@ -99,7 +99,7 @@ public:
     }
     stream_ =
         vorn::adopt (g_data_input_stream_new (g_subprocess_get_stdout_pipe (process_.get ())));
-    for (int i = 0; i < 4; i++)
+    for (int i = 0; i < 6; i++)
       start += next_line () + "\n";
     const auto at = start.find ("ip:127.0.0.1:");
     if (at != std::string::npos)
@@ -107,8 +107,10 @@ public:
   }
   ~Simulator ()
   {
-    if (process_ && !ended_)
+    if (process_ && !ended_) {
       g_subprocess_force_exit (process_.get ());
+      g_subprocess_wait (process_.get (), nullptr, nullptr);
+    }
   }
   std::string next_line ()
   {
