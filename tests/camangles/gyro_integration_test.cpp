@@ -264,6 +264,26 @@ TEST_F (Integration, FullOutputDropsTheOldestAndFails)
   EXPECT_EQ (ringBufferDiff (&in_), 0) << "the loop goes on";
 }
 
+/* One handle for two arrays is moved twice a sample and runs dry: no more is taken than was there.
+ */
+TEST_F (Integration, HandleThatServesTwoArraysRunsDry)
+{
+  for (int i = 0; i < 3; i++)
+    write (0, 0, 1);
+  LogCapture log;
+  EXPECT_EQ (gyroIntegration (&state_, &in_, x_.data (), y_.data (), z_.data (), &in_,
+                              reference_.data (), &out_, output_.data (), bias_, init_stage_, dt_,
+                              convergence_, bias_gain_),
+             -1);
+  // The ring says what it refuses, the integration for whom.
+  const std::string refused = "error, can't move reader by 1, (wr 3 rd 3 sz 2048)";
+  EXPECT_EQ (log.texts (log_error),
+             (std::vector<std::string>{refused, "oups ref input", refused, "oups input", refused,
+                                       "oups ref input"}));
+  EXPECT_EQ (ringBufferDiff (&in_), 0);
+  EXPECT_EQ (ringBufferDiff (&out_), 3);
+}
+
 TEST_F (Integration, HandlesOfDifferentSizesAndPositions)
 {
   for (int i = 0; i < 300; i++)
