@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <iterator>
 
 #include "telemetry_variable.hpp"
@@ -48,6 +49,12 @@ gboolean camera_imu_get_last_reference_attitude (ReferenceAttitude *reference, g
     return FALSE;
   if (result < 0) {
     VORN_LOG_ERROR ("failed to get reference attitude (%s)", g_strerror (-result));
+    return FALSE;
+  }
+  // The library would carry a number that is none in its state for good.
+  if (!std::all_of (std::begin (reference->quaternion), std::end (reference->quaternion),
+                    [] (gfloat component) { return std::isfinite (component); })) {
+    VORN_LOG_ERROR ("failed to get reference attitude (not a finite quaternion)");
     return FALSE;
   }
   std::copy_n (reference->quaternion, 4, quaternion);

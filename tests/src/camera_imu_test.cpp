@@ -380,6 +380,31 @@ TEST_F (CameraImuTest, ReferenceIsCopiedInMemoryOrder)
   camera_imu_reference_clear (&reference);
 }
 
+/** One fed to the library would leave it without an attitude for good. */
+TEST_F (CameraImuTest, ReferenceThatIsNoAttitudeIsRefused)
+{
+  ReferenceAttitude reference = {};
+  ASSERT_TRUE (camera_imu_reference_init (&reference));
+  ReferencePublisher publisher;
+  const quat_t good = publisher.attitude;
+  for (float quat_t::*component : {&quat_t::x, &quat_t::y, &quat_t::z, &quat_t::w})
+    for (const float value : {NAN, INFINITY, -INFINITY}) {
+      publisher.attitude = good;
+      publisher.attitude.*component = value;
+      publisher.put ();
+      gfloat quaternion[4] = {9, 9, 9, 9};
+      EXPECT_FALSE (camera_imu_get_last_reference_attitude (&reference, quaternion));
+      EXPECT_EQ (quaternion[0], 9.0f);
+      EXPECT_TRUE (log_.has ("failed to get reference attitude (not a finite quaternion)", 3));
+    }
+  publisher.attitude = good;
+  publisher.put ();
+  gfloat quaternion[4] = {};
+  EXPECT_TRUE (camera_imu_get_last_reference_attitude (&reference, quaternion));
+  EXPECT_EQ (quaternion[3], good.w);
+  camera_imu_reference_clear (&reference);
+}
+
 TEST_F (CameraImuTest, ThreadEndsAtOnceWhenItIsStoppedBeforeItRan)
 {
   CameraImu reader = {};
