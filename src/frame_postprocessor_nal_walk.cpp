@@ -39,13 +39,10 @@ bool NalWalk::next ()
   const GstH264ParserResult result = identify ();
   if (result != GST_H264_PARSER_OK && result != GST_H264_PARSER_NO_NAL_END)
     return false;
-  const guint32 length = read_prefix (prefix);
-  const guint rest = total_ - offset ();
-  cut_ = length > rest;
   if (result == GST_H264_PARSER_NO_NAL_END) {
     // It goes beyond what is mapped, and perhaps beyond the buffer: the parser gave it up.
     unit_.type = prefix[prefix_size] & 0x1f;
-    unit_.size = std::min (length, rest);
+    unit_.size = std::min (read_prefix (prefix), total_ - offset ());
   }
   end_ = offset () + unit_.size;
   return true;
@@ -53,12 +50,11 @@ bool NalWalk::next ()
 
 const GstH264NalUnit *NalWalk::whole ()
 {
-  if (cut_)
-    return nullptr;
-  if (!unit_.valid &&
-      (!map (begin_, prefix_size + unit_.size) || identify () != GST_H264_PARSER_OK))
-    return nullptr;
-  return &unit_;
+  if (unit_.valid)
+    return &unit_;
+  // Of one that is cut the parser does not find the end in all there is either.
+  const bool found = map (begin_, prefix_size + unit_.size) && identify () == GST_H264_PARSER_OK;
+  return found ? &unit_ : nullptr;
 }
 
 bool NalWalk::map (gsize offset, gsize size)

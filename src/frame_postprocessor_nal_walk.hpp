@@ -47,7 +47,10 @@ public:
     return unit_.type == GST_H264_NAL_SPS || unit_.type == GST_H264_NAL_PPS;
   }
 
-  /** The unit with all its bytes and its prefix mapped, until next (); NULL for one that is cut. */
+  /**
+   * The unit with all its bytes and its prefix mapped, until next (); NULL for one that is cut, of
+   * which nothing is known any more then.
+   */
   const GstH264NalUnit *whole ();
 
 private:
@@ -61,7 +64,6 @@ private:
   guint begin_ = 0; // of the current unit's prefix
   guint end_ = 0;   // of the current unit
   GstH264NalUnit unit_ = {};
-  bool cut_ = false;
   GstMapInfo window_ = GST_MAP_INFO_INIT;
   gsize window_offset_ = 0;
   bool mapped_ = false;

@@ -288,6 +288,11 @@ TEST_F (FramePostprocessorBuffers, ASliceLongerThanTheBufferIsASlice)
   EXPECT_TRUE (ends_with (result, kept));
   EXPECT_LT (result.size () - kept.size (), sps_.size () + pps_.size () + 100);
   EXPECT_TRUE (log_.has ("VCL offset = " + std::to_string (vcl_offset_)));
+  // What is there of it, and nothing after it.
+  EXPECT_EQ (log_.texts (VORN_LOG_PRIORITY_DEBUG).at (3),
+             "found nal unit of type 5 (" + std::to_string (unit_.size () - vcl_offset_ - 4) +
+                 " bytes at offset " + std::to_string (vcl_offset_ + 4) + ")");
+  EXPECT_EQ (log_.texts (VORN_LOG_PRIORITY_DEBUG).size (), 5u);
 }
 
 TEST_F (FramePostprocessorBuffers, RandomBytesKeepAllFromTheFirstSliceOn)

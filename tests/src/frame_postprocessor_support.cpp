@@ -52,7 +52,9 @@ size_t first_slice (const Bytes &access_unit)
 {
   for (size_t at = 0; at + 4 < access_unit.size ();) {
     const uint8_t *unit = access_unit.data () + at;
-    const uint64_t size = uint64_t{unit[0]} << 24 | unit[1] << 16 | unit[2] << 8 | unit[3];
+    uint64_t size = 0;
+    for (size_t i = 0; i < 4; i++)
+      size = size << 8 | unit[i];
     const unsigned type = unit[4] & 0x1f;
     if (size == 0 || size > UINT32_MAX - 4)
       return 0;
