@@ -2,6 +2,7 @@
 #include "vorn_morvik_zelto_front_virtual_camera.hpp"
 
 #include "vorn_morvik_zelto_front_modes.hpp"
+#include "vorn_morvik_zelto_front_view.hpp"
 #include <vorn/log.h>
 
 VORN_LOG_TAG ("vorn_morvik_zelto_front_virtual_camera");
@@ -198,11 +199,14 @@ static gboolean vorn_morvik_zelto_front_virtual_camera_set_antiflicker_mode (Vor
   return stub (__func__);
 }
 
-static gboolean vorn_morvik_zelto_front_virtual_camera_set_image_style (VornVirtualCamera *,
-                                                                        guint32)
+static gboolean vorn_morvik_zelto_front_virtual_camera_set_image_style (VornVirtualCamera *camera,
+                                                                        guint32 style)
 {
-  // The style is the first view's to apply; no view of this camera has one yet.
-  return FALSE;
+  VornView *view = vorn_virtual_camera_get_first_view (camera);
+  if (!view)
+    return FALSE;
+  vorn_morvik_zelto_front_view_set_image_style (VORN_MORVIK_ZELTO_FRONT_VIEW (view), style);
+  return TRUE;
 }
 
 static gboolean
