@@ -1,10 +1,15 @@
 // Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
 #include "vorn_morvik_zelto.hpp"
 
+#include <utility>
+
+#include "selmac_info.hpp"
+#include "vertical_camera_pipeline.hpp"
 #include "vorn_morvik_zelto_front_modes.hpp"
+#include "vorn_morvik_zelto_front_view.hpp"
 #include "vorn_morvik_zelto_front_virtual_camera.hpp"
+#include <vorn/gst_raii.hpp>
 #include <vorn/log.h>
-#include <vorn/raii.hpp>
 
 VORN_LOG_TAG ("vorn_morvik_zelto");
 
@@ -15,6 +20,8 @@ namespace
 constexpr const char *camera_names[] = {"front", "front-thermal"};
 constexpr guint8 front_id = 0;
 constexpr guint8 thermal_id = 1;
+
+constexpr char vertical_pipeline_name[] = "vertical-pipeline";
 
 constexpr guint32 front_camera_active = 1;
 constexpr guint32 thermal_camera_active = 2;
@@ -37,7 +44,8 @@ VornCamera *vorn_morvik_zelto_configuration_get_camera_by_name (GList *cameras, 
   return nullptr;
 }
 
-/** Makes the front virtual camera in its default mode and adds it. */
+/** Makes the front virtual camera in its default mode with its view, and adds it once the view is
+ * prepared. */
 static gboolean setup_front (VornProduct *product, const VornProductConfiguration *configuration,
                              VornCamera *front_camera)
 {
@@ -51,25 +59,69 @@ static gboolean setup_front (VornProduct *product, const VornProductConfiguratio
   VORN_LOG_DEBUG ("setup visible vcam and view");
   VornVirtualCamera *camera =
       vorn_morvik_zelto_front_virtual_camera_new (front_camera, configuration, FALSE);
+  VornView *view = vorn_morvik_zelto_front_view_new ("front", "Front camera", front_camera,
+                                                     video_device.get (), product);
   vorn_product_add_supported_flavor (product, 0);
   VornCameraMode mode;
   vorn_morvik_zelto_front_modes_get_default_mode (
       vorn_camera_get_sensor_configuration (front_camera),
       vorn_morvik_zelto_front_virtual_camera_get_caps (camera), &mode);
   vorn_virtual_camera_set_mode (camera, &mode);
-  const gboolean added = vorn_product_add_virtual_camera (product, camera);
-  if (added)
-    vorn_virtual_camera_set_activation_state (camera, TRUE);
+  vorn_virtual_camera_add_view (camera, view);
+  const gboolean prepared = vorn_view_prepare (view);
+  gboolean added = FALSE;
+  if (prepared) {
+    added = vorn_product_add_virtual_camera (product, camera);
+    if (added)
+      vorn_virtual_camera_set_activation_state (camera, TRUE);
+  } else {
+    VORN_LOG_WARNING ("failed to make front view");
+    vorn::adopt (camera);
+  }
   vorn_product_set_active_cameras (product, front_camera_active);
   return added;
+}
+
+/** The exposure context, NULL (logged) when there is none; also kept where the class hook frees it:
+ * the hook gets the class, not a product. */
+static SelmacData *make_exposure_context (VornProduct *product)
+{
+  SelmacData *context = selmacdata_new ();
+  if (!context) {
+    VORN_LOG_ERROR ("failed to create selmacdata context");
+    return nullptr;
+  }
+  reinterpret_cast<VornMorvikZelto *> (product)->selmacdata = context;
+  gpointer klass = VORN_PRODUCT_GET_CLASS (product);
+  static_cast<VornMorvikZelto *> (klass)->selmacdata = context;
+  return context;
+}
+
+/** Makes the vertical camera's pipeline and adds it. */
+static gboolean setup_vertical (VornProduct *product, VornCamera *vertical_camera)
+{
+  SelmacData *exposure = make_exposure_context (product);
+  auto pipeline = vorn::adopt (vorn_product_new_pipeline (product, vertical_pipeline_name, FALSE));
+  if (!vertical_camera_pipeline_populate (GST_BIN (pipeline.get ()), vertical_camera,
+                                          vorn_product_get_settings (product), exposure)) {
+    VORN_LOG_WARNING ("failed to make vertical camera pipeline");
+    return FALSE;
+  }
+  vorn_product_add_pipeline (product, pipeline.release ());
+  return TRUE;
 }
 
 static gboolean vorn_morvik_zelto_setup (VornProduct *product,
                                          const VornProductConfiguration *configuration)
 {
-  VornCamera *front_camera =
-      vorn_morvik_zelto_configuration_get_camera_by_name (configuration->cameras, "front");
-  return front_camera && setup_front (product, configuration, front_camera);
+  GList *cameras = configuration->cameras;
+  gboolean result = FALSE;
+  if (VornCamera *front = vorn_morvik_zelto_configuration_get_camera_by_name (cameras, "front"))
+    result = setup_front (product, configuration, front);
+  if (VornCamera *vertical =
+          vorn_morvik_zelto_configuration_get_camera_by_name (cameras, "vertical"))
+    result |= setup_vertical (product, vertical);
+  return result;
 }
 
 static gboolean vorn_morvik_zelto_get_camera_id (VornProduct *, const gchar *vcam_name,
@@ -125,15 +177,21 @@ static gboolean vorn_morvik_zelto_set_flavor (VornProduct *product, gint flavor)
 
 static gboolean vorn_morvik_zelto_set_magic_carpet_active (VornProduct *product, gboolean active)
 {
-  // Nothing to switch before there is a vertical pipeline.
-  (void)product;
-  (void)active;
-  return FALSE;
+  const auto pipeline =
+      vorn::adopt (vorn_product_get_pipeline_by_name (product, vertical_pipeline_name));
+  // Without a vertical camera this is a caller's mistake, and told as one.
+  return vertical_camera_pipeline_set_magic_carpet_active (
+      reinterpret_cast<GstBin *> (pipeline.get ()), active);
 }
 
 static void vorn_morvik_zelto_init (GTypeInstance *, gpointer) {}
 
-static void vorn_morvik_zelto_class_finalize (gpointer, gpointer) {}
+static void vorn_morvik_zelto_class_finalize (gpointer klass, gpointer)
+{
+  auto *self = static_cast<VornMorvikZelto *> (klass);
+  if (self->selmacdata)
+    selmacdata_free (static_cast<SelmacData *> (std::exchange (self->selmacdata, nullptr)));
+}
 
 static void vorn_morvik_zelto_class_intern_init (gpointer klass, gpointer)
 {

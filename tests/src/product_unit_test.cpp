@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 
 #include "log_capture.hpp"
+#include "own_namespace.hpp"
+#include "selmac_info.hpp"
+#include <vorn/framework.h>
 #include <vorn/raii.hpp>
 
 namespace
@@ -49,6 +52,8 @@ GTypeModule *registered_module ()
 class ProductUnit : public testing::Test
 {
 protected:
+  static void SetUpTestSuite () { vorn_framework_init (nullptr, nullptr); }
+
   LogCapture log_;
   GTypeModule *module_ = registered_module ();
 };
@@ -127,6 +132,42 @@ TEST_F (ProductUnit, HasNoTelemetryBeforeSetup)
       vorn::adopt (VORN_PRODUCT (g_object_new (vorn_morvik_zelto_get_type (), nullptr)));
   EXPECT_EQ (reinterpret_cast<VornMorvikZelto *> (product.get ())->selmacdata, nullptr);
   EXPECT_TRUE (log_.lines ().empty ());
+}
+
+TEST_F (ProductUnit, ClassHookFreesTheExposureContextOfSetup)
+{
+  GTypeInfo info = {};
+  GTypeValueTable value_table = {};
+  g_type_plugin_complete_type_info (G_TYPE_PLUGIN (module_), vorn_morvik_zelto_get_type (), &info,
+                                    &value_table);
+  gpointer klass = g_type_class_ref (vorn_morvik_zelto_get_type ());
+  info.class_finalize (klass, nullptr);
+  EXPECT_TRUE (log_.lines ().empty ()) << "there is none yet";
+  const OwnNamespace name_space;
+  for (int i = 0; i < 2; i++) {
+    const auto product =
+        vorn::adopt (VORN_PRODUCT (g_object_new (vorn_morvik_zelto_get_type (), nullptr)));
+    const VornCameraParameters parameters = {.name = "vertical"};
+    const auto down = vorn::adopt (vorn_camera_new (&parameters));
+    VornProductConfiguration configuration = {};
+    GList cameras = {.data = down.get ()};
+    configuration.cameras = &cameras;
+    log_.clear ();
+    // The camera has no picture; its exposure record is made before that shows.
+    EXPECT_FALSE (VORN_PRODUCT_GET_CLASS (product.get ())->setup (product.get (), &configuration));
+    EXPECT_FALSE (log_.has ("failed to create selmacdata context")) << "the section is free";
+    EXPECT_TRUE (log_.has ("failed to make vertical camera pipeline", VORN_LOG_PRIORITY_WARNING));
+    const gpointer context = reinterpret_cast<VornMorvikZelto *> (product.get ())->selmacdata;
+    EXPECT_NE (context, nullptr);
+    EXPECT_EQ (static_cast<VornProductClass *> (klass)->reserved[0], context);
+    // While it is there nobody else can have the section.
+    EXPECT_EQ (selmacdata_new (), nullptr);
+    info.class_finalize (klass, nullptr);
+    EXPECT_EQ (static_cast<VornProductClass *> (klass)->reserved[0], nullptr);
+    reinterpret_cast<VornMorvikZelto *> (product.get ())->selmacdata = nullptr;
+  }
+  info.class_finalize (klass, nullptr);
+  g_type_class_unref (klass);
 }
 
 vorn::Ref<VornCamera> camera (const char *name)

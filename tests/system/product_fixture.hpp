@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "log_capture.hpp"
+#include "own_namespace.hpp"
 #include <vorn/framework.h>
 #include <vorn/plugin.h>
 #include <vorn/raii.hpp>
@@ -30,12 +31,11 @@ struct CameraPlan {
   const char *name;
   VornResolution sensor;
   VornFramerate framerate;
+  const char *element = nullptr;
+  const char *video_device = nullptr;
 };
 
-/**
- * A configuration of the test's own. The front virtual camera keeps two references on its camera on
- * purpose; they are counted and dropped here, so that no leak is hidden.
- */
+/** A configuration of the test's own, whose cameras live until release_cameras. */
 class Configuration
 {
 public:
@@ -47,18 +47,16 @@ public:
     for (const CameraPlan &plan : cameras) {
       const VornCameraParameters parameters = {
           .name = plan.name,
-          .sensor_configuration = {.resolution = plan.sensor, .framerate = plan.framerate}};
+          .video_device = plan.video_device,
+          .element_factory = plan.element,
+          .sensor_configuration = {.resolution = plan.sensor, .framerate = plan.framerate},
+          .focal_length = 2};
       record_.cameras = g_list_append (record_.cameras, vorn_camera_new (&parameters));
     }
   }
   ~Configuration ()
   {
-    for (const GList *item = record_.cameras; item; item = item->next) {
-      while (G_OBJECT (item->data)->ref_count > 1)
-        g_object_unref (item->data);
-      g_object_unref (item->data);
-    }
-    g_list_free (record_.cameras);
+    released_.insert (released_.end (), record_);
     g_key_file_unref (record_.key_file);
   }
   Configuration (const Configuration &) = delete;
@@ -70,8 +68,25 @@ public:
     return G_OBJECT (g_list_nth_data (record_.cameras, index))->ref_count;
   }
 
+  /**
+   * Once all products are gone. The front virtual camera keeps two references on its camera on
+   * purpose; they are counted and dropped here, so that no leak is hidden.
+   */
+  static void release_cameras ()
+  {
+    for (const VornProductConfiguration &record : std::exchange (released_, {})) {
+      for (const GList *item = record.cameras; item; item = item->next) {
+        while (G_OBJECT (item->data)->ref_count > 1)
+          g_object_unref (item->data);
+        g_object_unref (item->data);
+      }
+      g_list_free (record.cameras);
+    }
+  }
+
 private:
   VornProductConfiguration record_ = {};
+  static inline std::vector<VornProductConfiguration> released_;
 };
 
 constexpr CameraPlan front_camera = {"front", {5344, 3200}, {30000, 1001}};
@@ -92,6 +107,28 @@ protected:
     ASSERT_NE (product_, nullptr) << error.message ();
   }
 
+  void TearDown () override
+  {
+    owned_.reset ();
+    free_exposure_context ();
+    Configuration::release_cameras ();
+  }
+
+  /** Calls the class's own hook, which GLib never does: the exposure record's section is free
+   * again. */
+  static void free_exposure_context ()
+  {
+    const GType type = g_type_from_name ("VornMorvikZelto");
+    gpointer klass = type ? g_type_class_peek (type) : nullptr;
+    if (!klass)
+      return;
+    GTypeInfo info = {};
+    GTypeValueTable value_table = {};
+    g_type_plugin_complete_type_info (g_type_get_plugin (type), type, &info, &value_table);
+    info.class_finalize (klass, nullptr);
+  }
+
+  OwnNamespace name_space_;
   LogCapture log_;
   vorn::Ref<VornProduct> owned_;
   VornProduct *product_ = nullptr;

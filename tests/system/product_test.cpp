@@ -85,6 +85,17 @@ TEST_F (ProductFixture, SetupMakesTheFrontCamera)
   EXPECT_EQ (g_list_length (vorn_product_get_virtual_cameras (product_)), 1u);
   EXPECT_EQ (G_OBJECT (front)->ref_count, 1u);
   EXPECT_TRUE (vorn_virtual_camera_is_active (front));
+  VornView *view = vorn_virtual_camera_get_view_by_name (front, "front");
+  ASSERT_NE (view, nullptr);
+  EXPECT_STREQ (G_OBJECT_TYPE_NAME (view), "VornMorvikZeltoFrontView");
+  EXPECT_STREQ (vorn_view_get_display_name (view), "Front camera");
+  EXPECT_TRUE (vorn_view_is_prepared (view));
+  gchar *video_device = nullptr;
+  g_object_get (view, "video-device", &video_device, nullptr);
+  EXPECT_STREQ (video_device, "unix:/front");
+  g_free (video_device);
+  for (const char *name : {"front-streaming-pipeline", "front-picture-pipeline"})
+    EXPECT_TRUE (vorn::adopt (vorn_product_get_pipeline_by_name (product_, name))) << name;
   EXPECT_EQ (vorn_product_get_active_cameras (product_), 1u);
   EXPECT_TRUE (vorn_product_is_flavor_supported (product_, 0));
   EXPECT_FALSE (vorn_product_is_flavor_supported (product_, 1));
@@ -97,7 +108,8 @@ TEST_F (ProductFixture, SetupMakesTheFrontCamera)
   EXPECT_EQ (mode->recording.framerate.den, 1001u);
   EXPECT_EQ (log_.texts (VORN_LOG_PRIORITY_ERROR), Texts{});
   EXPECT_EQ (log_.texts (VORN_LOG_PRIORITY_WARNING), Texts{});
-  EXPECT_EQ (configuration.camera_references (), 3u);
+  // Beside those of the virtual camera: the view's and its two pipelines'.
+  EXPECT_EQ (configuration.camera_references (), 6u);
   owned_.reset ();
   EXPECT_EQ (configuration.camera_references (), 3u);
 }
@@ -121,15 +133,14 @@ TEST_F (ProductFixture, SetupOfASensorThatNoModeFits)
   EXPECT_EQ (mode->recording.framerate.num, 24000u);
 }
 
-TEST_F (ProductFixture, SetupWithoutAFrontCameraBuildsNothing)
+TEST_F (ProductFixture, SetupWithoutACameraItKnowsBuildsNothing)
 {
   const std::vector<std::vector<CameraPlan>> sets = {
-      {}, {vertical_camera}, {{"Front", {5344, 3200}, {30000, 1001}}}};
+      {}, {{"Front", {5344, 3200}, {30000, 1001}}, {"Vertical", {640, 480}, {90, 1}}}};
   for (const auto &cameras : sets) {
     SetUp ();
     log_.clear ();
     Configuration configuration (cameras);
-    // Nothing else is built yet that could make it succeed.
     EXPECT_FALSE (vorn_product_setup (product_, configuration.get ()));
     EXPECT_EQ (vorn_product_get_virtual_cameras (product_), nullptr);
     EXPECT_EQ (vorn_product_get_active_cameras (product_), 0u);
@@ -176,7 +187,7 @@ TEST_F (ProductFixture, FirstOfTwoFrontCamerasServes)
 {
   Configuration configuration ({{"front", {2656, 1600}, {50, 1}}, vertical_camera, front_camera});
   EXPECT_TRUE (vorn_product_setup (product_, configuration.get ()));
-  EXPECT_EQ (configuration.camera_references (0), 3u);
+  EXPECT_GT (configuration.camera_references (0), 1u);
   EXPECT_EQ (configuration.camera_references (2), 1u);
   const VornCameraMode *mode =
       vorn_virtual_camera_get_mode (vorn_product_get_virtual_camera_by_name (product_, "front"));
@@ -258,12 +269,11 @@ TEST_F (ProductFixture, CameraOfAnId)
   auto *const untouched_view = reinterpret_cast<VornView *> (&configuration);
   VornVirtualCamera *front = vorn_product_get_virtual_camera_by_name (product_, "front");
 
-  // No view yet: the camera is given, the view is none.
   VornVirtualCamera *camera = untouched_camera;
   VornView *view = untouched_view;
-  EXPECT_FALSE (vorn_product_get_vcam_and_view (product_, 0, &camera, &view));
+  EXPECT_TRUE (vorn_product_get_vcam_and_view (product_, 0, &camera, &view));
   EXPECT_EQ (camera, front);
-  EXPECT_EQ (view, nullptr);
+  EXPECT_EQ (view, vorn_virtual_camera_get_first_view (front));
 
   // The thermal camera is not built: no camera, and the view is not looked for.
   camera = untouched_camera;
