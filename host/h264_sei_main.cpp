@@ -3,10 +3,12 @@
 #include <array>
 #include <clocale>
 #include <cstdio>
+#include <filesystem>
 
 #include "h264_sei_decode.hpp"
 #include "h264_sei_print.hpp"
 #include "h264_sei_source.hpp"
+#include "report/clock_pair.hpp"
 #include <vorn/framework.h>
 
 using h264_sei::AccessUnit;
@@ -24,8 +26,15 @@ constexpr char summary[] =
 constexpr char description[] =
     "With --json each access unit is an object on a line of its own.\n"
     "\n"
+    "Frames carry the time of day of the drone's clock, which began when its machine did. --utc\n"
+    "tells when that was: by the pair of clocks in the run's summary.json, which is looked for\n"
+    "beside the recording and one folder up unless --clock names it. It knows the day for a run "
+    "of\n"
+    "up to 23 hours.\n"
+    "\n"
     "Examples:\n"
     "  h264-sei flight.mp4\n"
+    "  h264-sei --utc out/2026-11-20T14-03-27/videos/ZELTO_0001.mp4\n"
     "  h264-sei --json flight.mp4 | jq -r '.nal_units[].messages[]?.time_of_day // empty'\n"
     "\n"
     "Exit status: 0 done, 1 the file is missing or damaged, 2 wrong usage.";
@@ -33,15 +42,33 @@ constexpr char description[] =
 struct Options {
   std::string path;
   bool json = false;
+  std::string clock; // empty: no UTC
 };
+
+/** Beside the recording or one folder up, where a run keeps its recordings in one of their own. */
+std::string find_summary (const char *recording)
+{
+  const std::filesystem::path beside =
+      std::filesystem::absolute (recording).replace_filename ("summary.json");
+  const std::filesystem::path above = beside.parent_path ().parent_path () / "summary.json";
+  std::error_code error;
+  return !std::filesystem::exists (beside, error) && std::filesystem::exists (above, error)
+             ? above.string ()
+             : beside.string ();
+}
 
 /** False when the program is to end at once with *status. */
 bool parse_options (int argc, char **argv, Options *options, int *status)
 {
   gboolean json = FALSE;
   gboolean version = FALSE;
-  const std::array<GOptionEntry, 3> entries = {{
+  gboolean utc = FALSE;
+  gchar *clock = nullptr;
+  const std::array<GOptionEntry, 5> entries = {{
       {"json", 'j', 0, G_OPTION_ARG_NONE, &json, "Print JSON, one access unit a line", nullptr},
+      {"utc", 'u', 0, G_OPTION_ARG_NONE, &utc, "Tell the capture times in UTC as well", nullptr},
+      {"clock", 'c', 0, G_OPTION_ARG_FILENAME, &clock,
+       "Where the pair of clocks is (with --utc: the run's summary.json)", "SUMMARY"},
       {"version", 'V', 0, G_OPTION_ARG_NONE, &version, "Print the version and exit", nullptr},
       {},
   }};
@@ -50,7 +77,9 @@ bool parse_options (int argc, char **argv, Options *options, int *status)
   g_option_context_set_description (context.get (), description);
   g_option_context_add_main_entries (context.get (), entries.data (), nullptr);
   vorn::ErrorOut error;
-  if (!g_option_context_parse (context.get (), &argc, &argv, error.out ())) {
+  const bool parsed = g_option_context_parse (context.get (), &argc, &argv, error.out ());
+  const vorn::OwnedString owned_clock (clock);
+  if (!parsed) {
     g_printerr ("h264-sei: %s\nTry 'h264-sei --help'.\n", error.message ());
     *status = EXIT_USAGE;
     return false;
@@ -66,7 +95,11 @@ bool parse_options (int argc, char **argv, Options *options, int *status)
     *status = EXIT_USAGE;
     return false;
   }
-  *options = {argv[1], json != FALSE};
+  *options = {argv[1], json != FALSE, {}};
+  if (clock)
+    options->clock = clock;
+  else if (utc)
+    options->clock = find_summary (argv[1]);
   return true;
 }
 
@@ -118,9 +151,34 @@ int fail (const Options &options, const std::string &reason)
   return EXIT_FAILED;
 }
 
+/** Says in UTC what the picture timings of an access unit say. */
+void add_utc (const report::ClockPair &clock, std::vector<NalUnit> *nal_units)
+{
+  // Recordings begin after the pair was taken, or as it was.
+  constexpr int64_t hour_ns = int64_t{3600} * 1000000000;
+  for (NalUnit &nal_unit : *nal_units)
+    for (h264_sei::SeiMessage &message : nal_unit.messages) {
+      if (!message.time_of_day_us)
+        continue;
+      const int64_t moment_ns =
+          report::moment_of_day (*message.time_of_day_us, clock.monotonic_ns - hour_ns);
+      const std::string utc = report::utc_text (clock.utc_of (moment_ns));
+      message.text = utc + ", " + message.text;
+      message.fields.emplace_back ("utc", utc);
+    }
+}
+
 int print_file (const Options &options)
 {
   std::string error;
+  std::optional<report::ClockPair> clock;
+  if (!options.clock.empty ()) {
+    clock = report::load_clock_pair (options.clock, &error);
+    if (!clock) {
+      g_printerr ("h264-sei: %s: %s\n", options.clock.c_str (), error.c_str ());
+      return EXIT_FAILED;
+    }
+  }
   const auto source = h264_sei::open_source (options.path, &error);
   if (!source)
     return fail (options, error);
@@ -134,6 +192,8 @@ int print_file (const Options &options)
     std::vector<NalUnit> nal_units;
     for (const h264_sei::Bytes &nal_unit : unit.nal_units)
       nal_units.push_back (decoder.decode (nal_unit));
+    if (clock)
+      add_utc (*clock, &nal_units);
     (options.json ? h264_sei::print_json : h264_sei::print_text) (totals.units, unit, nal_units);
     totals.add (unit, nal_units);
   }

@@ -10,12 +10,11 @@
 
 #include <json-glib/json-glib.h>
 
-#include <vorn/encoder.h>
-#include <vorn/frame_meta.h>
 #include <vorn/framework.h>
 
 #include "frame_postprocessor_support.hpp"
 #include "process.hpp"
+#include "recording_maker.hpp"
 #include "temp_dir.hpp"
 
 using h264::Bytes;
@@ -27,7 +26,6 @@ namespace
 
 std::string tool; // NOLINT(bugprone-throwing-static-initialization)
 
-constexpr VornResolution size = {128, 96};
 constexpr int frame_count = 40;
 // A minute before the second day begins.
 constexpr GstClockTime first_capture_ns = (GstClockTime{86400} - 1) * GST_SECOND + 123456789;
@@ -78,75 +76,17 @@ protected:
   }
 
   /** Records; the muxer is "mp4mux" with properties, or nothing for a byte stream. */
-  std::string record (const std::string &name, const std::string &muxer)
+  std::string record (const std::string &name, const std::string &muxer) const
   {
-    vorn::ErrorOut error;
-    auto pipeline = vorn::adopt (gst_parse_launch (
-        ("videotestsrc num-buffers=" + std::to_string (frame_count) +
-         " ! video/x-raw,format=I420,width=128,height=96,framerate=30000/1001 ! identity "
-         "name=entry " +
-         (muxer.empty () ? "identity" : muxer) + " name=mux ! filesink location=" + path (name))
-            .c_str (),
-        error.out ()));
-    EXPECT_FALSE (error) << error.message ();
-    auto entry = vorn::adopt (gst_bin_get_by_name (GST_BIN (pipeline.get ()), "entry"));
-    auto mux = vorn::adopt (gst_bin_get_by_name (GST_BIN (pipeline.get ()), "mux"));
-    GstElement *encoder = vorn_encoder_new ("encoder");
-    gst_bin_add (GST_BIN (pipeline.get ()), encoder);
-    EXPECT_TRUE (gst_element_link_many (entry.get (), encoder, mux.get (), nullptr));
-    byte_stream_ = muxer.empty ();
-    state_.reset (frame_postprocessor_new ());
-    captured_ = 0;
-    add_probe (entry.get (), mark);
-    add_probe (encoder, postprocess);
-    gst_element_set_state (pipeline.get (), GST_STATE_PLAYING);
-    auto bus = vorn::adopt (gst_element_get_bus (pipeline.get ()));
-    auto message = vorn::adopt (gst_bus_timed_pop_filtered (
-        bus.get (), 50 * GST_SECOND,
-        static_cast<GstMessageType> (GST_MESSAGE_EOS | GST_MESSAGE_ERROR)));
-    EXPECT_TRUE (message && GST_MESSAGE_TYPE (message.get ()) == GST_MESSAGE_EOS);
-    gst_element_set_state (pipeline.get (), GST_STATE_NULL);
+    make_recording ({.path = path (name),
+                     .muxer = muxer,
+                     .frames = frame_count,
+                     .first_capture_ns = first_capture_ns,
+                     .capture_step_ns = capture_step_ns});
     return path (name);
   }
 
-private:
-  void add_probe (GstElement *element, GstPadProbeCallback callback)
-  {
-    auto pad = vorn::adopt (gst_element_get_static_pad (element, "src"));
-    gst_pad_add_probe (pad.get (), GST_PAD_PROBE_TYPE_BUFFER, callback, this, nullptr);
-  }
-
-  static GstPadProbeReturn mark (GstPad *, GstPadProbeInfo *info, gpointer data)
-  {
-    auto *self = static_cast<H264SeiTool *> (data);
-    GstBuffer *buffer = gst_buffer_make_writable (GST_PAD_PROBE_INFO_BUFFER (info));
-    GST_PAD_PROBE_INFO_DATA (info) = buffer;
-    gst_structure_set (vorn_frame_meta_add (buffer)->structure, "capture-timestamp",
-                       GST_TYPE_CLOCK_TIME, first_capture_ns + self->captured_++ * capture_step_ns,
-                       nullptr);
-    return GST_PAD_PROBE_OK;
-  }
-
-  static GstPadProbeReturn postprocess (GstPad *, GstPadProbeInfo *info, gpointer data)
-  {
-    auto *self = static_cast<H264SeiTool *> (data);
-    GstBuffer *buffer = gst_buffer_make_writable (GST_PAD_PROBE_INFO_BUFFER (info));
-    frame_postprocessor_process (self->state_.get (), &size, buffer);
-    if (self->byte_stream_) {
-      Bytes stream;
-      for (const Bytes &nalu : postprocessing::nal_units (buffer))
-        h264::append_with_start_code (stream, nalu);
-      gst_buffer_unref (buffer);
-      buffer = gst_buffer_new_memdup (stream.data (), stream.size ());
-    }
-    GST_PAD_PROBE_INFO_DATA (info) = buffer;
-    return GST_PAD_PROBE_OK;
-  }
-
   TempDir folder_;
-  postprocessing::Postprocessor state_;
-  GstClockTime captured_ = 0;
-  bool byte_stream_ = false;
 };
 
 std::string time_of_day (int frame)
@@ -248,6 +188,60 @@ INSTANTIATE_TEST_SUITE_P (Kinds, H264SeiToolFiles,
                             std::replace (name.begin (), name.end (), '.', '_');
                             return name;
                           });
+
+// The first capture is a second before the clock's second day: 2026-11-20 14:03:27.123456 in UTC.
+constexpr const char *summary =
+    R"({"clock": {"monotonic_ns": 86398123456789, "utc_ns": 1795183406123456789}})";
+
+TEST_F (H264SeiTool, TellsUtcByThePairOfClocks)
+{
+  const std::string file = record ("a.mp4", "mp4mux");
+  folder_.write ("summary.json", summary);
+  const std::string other = folder_.write (
+      "other.json", R"({"clock": {"monotonic_ns": 86398123456789, "utc_ns": 6123456789}})");
+  for (const std::vector<std::string> &arguments :
+       {std::vector<std::string>{"--utc", file}, {"--clock", path ("summary.json"), file}}) {
+    const Outcome text = run (arguments);
+    EXPECT_EQ (text.status, 0) << text.err;
+    // The clock's ticks are 1/60000 s.
+    EXPECT_THAT (text.out, HasSubstr ("picture timing: 2026-11-20T14:03:27.123450Z, "
+                                      "23:59:59.123450 (23:59:59 frame 7 offset 400)\n"));
+    // 39 frames later, on the clock's next day.
+    EXPECT_THAT (text.out, HasSubstr ("picture timing: 2026-11-20T14:03:28.424"));
+  }
+  EXPECT_THAT (run ({"--utc", "--clock", other, file}).out,
+               HasSubstr ("picture timing: 1970-01-01T00:00:07.123450Z, "));
+  EXPECT_THAT (run ({"--utc", "--json", file}).lines ()[0],
+               HasSubstr (R"("utc":"2026-11-20T14:03:27.123450Z")"));
+  EXPECT_THAT (run ({file}).out, testing::Not (HasSubstr ("2026-")));
+}
+
+TEST_F (H264SeiTool, LooksForThePairOneFolderUp)
+{
+  folder_.write ("videos/readme", "");
+  const std::string file = record ("videos/a.mp4", "mp4mux");
+  folder_.write ("summary.json", summary);
+  EXPECT_THAT (run ({"--utc", file}).out, HasSubstr ("2026-11-20T14:03:27.123450Z"));
+  folder_.write ("videos/summary.json",
+                 R"({"clock": {"monotonic_ns": 86398123456789, "utc_ns": 6123456789}})");
+  EXPECT_THAT (run ({"--utc", file}).out, HasSubstr ("1970-01-01T00:00:07.123450Z"))
+      << "the nearer one counts";
+}
+
+TEST_F (H264SeiTool, PairOfClocksThatIsNotThere)
+{
+  const std::string file = record ("a.mp4", "mp4mux");
+  const Outcome absent = run ({"--utc", file});
+  EXPECT_EQ (absent.status, 1);
+  EXPECT_EQ (absent.out, "");
+  EXPECT_THAT (absent.err, StartsWith ("h264-sei: " + path ("summary.json") + ": "));
+  EXPECT_THAT (absent.err, HasSubstr ("No such file or directory"));
+  const Outcome wrong = run ({"--clock", folder_.write ("wrong.json", "{}"), file});
+  EXPECT_EQ (wrong.status, 1);
+  EXPECT_EQ (wrong.err, "h264-sei: " + path ("wrong.json") +
+                            ": it has no pair of clocks (\"clock\": {\"monotonic_ns\": N, "
+                            "\"utc_ns\": N})\n");
+}
 
 TEST_F (H264SeiTool, SplitsAStreamIntoItsAccessUnits)
 {
