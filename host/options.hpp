@@ -4,15 +4,46 @@
 #define HOST_OPTIONS_HPP
 
 #include <string>
+#include <vector>
 
-/** Exit statuses of the host. */
-enum ExitStatus { EXIT_OK = 0, EXIT_FAILED = 1, EXIT_USAGE = 2 };
+/** Exit statuses of the host; told by --help, so they stay. */
+enum ExitStatus {
+  EXIT_OK = 0,
+  EXIT_FAILED = 1,
+  EXIT_USAGE = 2,
+  EXIT_NO_HOST = 3, // no host runs on the instance, or it does not answer
+  EXIT_REFUSED = 4, // it runs and refuses: busy, or not in this mode
+};
 
+constexpr int default_rtsp_port = 8554;
+
+/** Every command's options together; a command is given only those that it knows. */
 struct Options {
-  std::string command;
+  std::string command; // empty with version
+  std::vector<std::string> arguments;
   std::string config;
-  std::string plugin; // empty: the one that was built or installed with the host
+  std::string plugin;   // empty: the one that was built or installed with the host
+  std::string instance; // empty: the environment's
+  std::string csv;      // empty: none
+  std::string media;
+  std::string udp;
+  std::string report; // folder; empty: no report
+  std::string units;  // empty: none
+  std::string mode;
+  std::string group = "single";
+  std::string panorama;
+  std::vector<std::string> properties; // NAME=VALUE
+  std::vector<std::string> logs;       // TAG=LEVEL or LEVEL
+  double duration_s = 0;               // 0: until interrupted
+  int port = default_rtsp_port;
+  int count = 0; // 0: the command's default
+  bool record = false;
+  bool show = false;
+  bool simple = false;
+  bool full = false;
   bool json = false;
+  bool verbose = false;
+  bool quiet = false;
   bool version = false;
 };
 

@@ -19,3 +19,20 @@ std::string find_plugin ()
   std::error_code error;
   return (fs::exists (built, error) ? built : installed).lexically_normal ();
 }
+
+std::string find_elements ()
+{
+  const fs::path built = executable_folder () / "../elements";
+  const fs::path installed = executable_folder () / ".." / VORN_ELEMENT_DIR;
+  std::error_code error;
+  return (fs::exists (built / "libvornelements.so", error) ? built : installed).lexically_normal ();
+}
+
+std::string find_configuration (bool full)
+{
+  const char *name = full ? "desk-full.conf" : "desk.conf";
+  const fs::path built = executable_folder () / name;
+  const fs::path installed = executable_folder () / ".." / VORN_DATA_DIR / name;
+  std::error_code error;
+  return (fs::exists (built, error) ? built : installed).lexically_normal ();
+}

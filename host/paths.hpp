@@ -9,4 +9,10 @@
 /** Path of our own plug-in, in the build tree or below the prefix. */
 std::string find_plugin ();
 
+/** Folder of our own GStreamer elements. */
+std::string find_elements ();
+
+/** The desk's configuration; full: the one of the stabilised front camera. */
+std::string find_configuration (bool full);
+
 #endif

@@ -229,6 +229,13 @@ TEST (Table, AlignedRowsOfEverything)
   EXPECT_EQ (host.output, expected);
 }
 
+TEST (Table, NeedsNoDroneAndLeavesNothing)
+{
+  const ProcessResult host = run_host ({"--config", desk_configuration (), "modes"});
+  EXPECT_EQ (host.status, 0);
+  EXPECT_EQ (host.errors, "") << "of a camera that is not there, of sections that stay";
+}
+
 TEST (Table, StartsInTheModeOfItsSensor)
 {
   const TempDir dir;
