@@ -13,6 +13,7 @@
 #include <vorn/framework.h>
 
 #include "leak_check.hpp"
+#include "main_context.hpp"
 
 using scene::Image;
 
@@ -88,8 +89,12 @@ FilterRig::FilterRig (int width, int height, int out_width, int out_height,
 
 FilterRig::~FilterRig ()
 {
-  if (pipeline_)
-    gst_element_set_state (pipeline_.get (), GST_STATE_NULL);
+  if (!pipeline_)
+    return;
+  gst_element_set_state (pipeline_.get (), GST_STATE_NULL);
+  // GStreamer's thread that took it to PLAYING may still have it. The last reference is ours, so
+  // that nothing is left of it when the rig is gone.
+  EXPECT_TRUE (run_until ([this] { return G_OBJECT (pipeline_.get ())->ref_count == 1; }));
 }
 
 GstStructure *FilterRig::on_attitude (GstElement *, guint64 start, guint64 stop, gpointer self)
