@@ -2,10 +2,9 @@
 // "vorn-host doctor": is everything there to run, and if not, what to do.
 #include <algorithm>
 
-#include <json-glib/json-glib.h>
-
 #include "commands.hpp"
 #include "doctor_checks.hpp"
+#include "json_writer.hpp"
 #include "messages.hpp"
 
 namespace
@@ -35,27 +34,20 @@ void print_text (const std::vector<Finding> &findings)
 
 void print_json (const std::vector<Finding> &findings)
 {
-  const auto builder = vorn::adopt (json_builder_new ());
-  const auto member = [&builder] (const char *name, const std::string &value) {
-    json_builder_set_member_name (builder.get (), name);
-    json_builder_add_string_value (builder.get (), value.c_str ());
-  };
-  json_builder_begin_object (builder.get ());
-  json_builder_set_member_name (builder.get (), "checks");
-  json_builder_begin_array (builder.get ());
+  JsonWriter json;
+  json.object ();
+  json.array ("checks");
   for (const Finding &finding : findings) {
-    json_builder_begin_object (builder.get ());
-    member ("what", finding.what);
-    member ("health", health_name (finding.health));
-    member ("message", finding.message);
-    member ("advice", finding.advice);
-    json_builder_end_object (builder.get ());
+    json.object ();
+    json.text ("what", finding.what);
+    json.text ("health", health_name (finding.health));
+    json.text ("message", finding.message);
+    json.text ("advice", finding.advice);
+    json.end_object ();
   }
-  json_builder_end_array (builder.get ());
-  json_builder_end_object (builder.get ());
-  const vorn::Owned<JsonNode, json_node_unref> root (json_builder_get_root (builder.get ()));
-  const vorn::OwnedString text (json_to_string (root.get (), TRUE));
-  puts (text.get ());
+  json.end_array ();
+  json.end_object ();
+  puts (json.on_lines ().c_str ());
 }
 
 } // namespace

@@ -3,9 +3,7 @@
 
 #include <cstdio>
 
-#include <json-glib/json-glib.h>
-
-#include <vorn/raii.hpp>
+#include "json_writer.hpp"
 
 namespace h264_sei
 {
@@ -13,48 +11,46 @@ namespace h264_sei
 namespace
 {
 
-void add_value (JsonBuilder *builder, const char *name, const Value &value)
+void add_value (JsonWriter *json, const char *name, const Value &value)
 {
-  json_builder_set_member_name (builder, name);
   if (const auto *number = std::get_if<gint64> (&value))
-    json_builder_add_int_value (builder, *number);
+    json->integer (name, *number);
   else if (const auto *flag = std::get_if<bool> (&value))
-    json_builder_add_boolean_value (builder, *flag);
+    json->boolean (name, *flag);
   else
-    json_builder_add_string_value (builder, std::get<std::string> (value).c_str ());
+    json->text (name, std::get<std::string> (value));
 }
 
-void add_damage (JsonBuilder *builder, const std::string &damage)
+void add_damage (JsonWriter *json, const std::string &damage)
 {
   if (!damage.empty ())
-    add_value (builder, "damage", damage);
+    json->text ("damage", damage);
 }
 
-void add_message (JsonBuilder *builder, const SeiMessage &message)
+void add_message (JsonWriter *json, const SeiMessage &message)
 {
-  json_builder_begin_object (builder);
-  add_value (builder, "payload_type", gint64{message.payload_type});
-  add_value (builder, "name", std::string (message.name));
+  json->object ();
+  json->integer ("payload_type", message.payload_type);
+  json->text ("name", message.name);
   for (const auto &[name, value] : message.fields)
-    add_value (builder, name, value);
-  json_builder_end_object (builder);
+    add_value (json, name, value);
+  json->end_object ();
 }
 
-void add_nal_unit (JsonBuilder *builder, const NalUnit &nal_unit)
+void add_nal_unit (JsonWriter *json, const NalUnit &nal_unit)
 {
-  json_builder_begin_object (builder);
-  add_value (builder, "nal_unit_type", gint64{nal_unit.type});
-  add_value (builder, "name", std::string (nal_unit.name));
-  add_value (builder, "size", static_cast<gint64> (nal_unit.size));
+  json->object ();
+  json->integer ("nal_unit_type", nal_unit.type);
+  json->text ("name", nal_unit.name);
+  json->integer ("size", static_cast<gint64> (nal_unit.size));
   if (nal_unit.type == GST_H264_NAL_SEI) {
-    json_builder_set_member_name (builder, "messages");
-    json_builder_begin_array (builder);
+    json->array ("messages");
     for (const SeiMessage &message : nal_unit.messages)
-      add_message (builder, message);
-    json_builder_end_array (builder);
+      add_message (json, message);
+    json->end_array ();
   }
-  add_damage (builder, nal_unit.damage);
-  json_builder_end_object (builder);
+  add_damage (json, nal_unit.damage);
+  json->end_object ();
 }
 
 } // namespace
@@ -81,24 +77,19 @@ void print_text (guint64 index, const AccessUnit &unit, const std::vector<NalUni
 
 void print_json (guint64 index, const AccessUnit &unit, const std::vector<NalUnit> &nal_units)
 {
-  const auto owner = vorn::adopt (json_builder_new ());
-  JsonBuilder *builder = owner.get ();
-  json_builder_begin_object (builder);
-  add_value (builder, "index", static_cast<gint64> (index));
+  JsonWriter json;
+  json.object ();
+  json.integer ("index", static_cast<gint64> (index));
   if (unit.time_ns)
-    add_value (builder, "time_ns", static_cast<gint64> (*unit.time_ns));
-  add_value (builder, "key_frame", unit.key_frame);
-  json_builder_set_member_name (builder, "nal_units");
-  json_builder_begin_array (builder);
+    json.integer ("time_ns", static_cast<gint64> (*unit.time_ns));
+  json.boolean ("key_frame", unit.key_frame);
+  json.array ("nal_units");
   for (const NalUnit &nal_unit : nal_units)
-    add_nal_unit (builder, nal_unit);
-  json_builder_end_array (builder);
-  add_damage (builder, unit.damage);
-  json_builder_end_object (builder);
-
-  const vorn::Owned<JsonNode, json_node_unref> root (json_builder_get_root (builder));
-  const vorn::OwnedString text (json_to_string (root.get (), FALSE));
-  printf ("%s\n", text.get ());
+    add_nal_unit (&json, nal_unit);
+  json.end_array ();
+  add_damage (&json, unit.damage);
+  json.end_object ();
+  puts (json.on_one_line ().c_str ());
 }
 
 } // namespace h264_sei

@@ -5,10 +5,9 @@
 #include <ctime>
 #include <vector>
 
-#include <json-glib/json-glib.h>
-
 #include "commands.hpp"
 #include "instance_claim.hpp"
+#include "json_writer.hpp"
 #include "messages.hpp"
 #include <vorn/sections.h>
 
@@ -102,39 +101,23 @@ void print_text (const std::vector<Topic> &topics)
 
 void print_json (const std::vector<Topic> &topics)
 {
-  const auto builder = vorn::adopt (json_builder_new ());
-  json_builder_begin_object (builder.get ());
-  json_builder_set_member_name (builder.get (), "sections");
-  json_builder_begin_array (builder.get ());
+  JsonWriter json;
+  json.object ();
+  json.array ("sections");
   for (const Topic &topic : topics) {
-    json_builder_begin_object (builder.get ());
-    json_builder_set_member_name (builder.get (), "kind");
-    json_builder_add_string_value (builder.get (), kind_name (topic));
-    json_builder_set_member_name (builder.get (), "name");
-    json_builder_add_string_value (builder.get (), topic.name.c_str ());
-    json_builder_set_member_name (builder.get (), "rate_hz");
-    json_builder_add_double_value (builder.get (), topic.rate_hz);
-    json_builder_set_member_name (builder.get (), "age_s");
-    if (topic.age_s < 0)
-      json_builder_add_null_value (builder.get ());
-    else
-      json_builder_add_double_value (builder.get (), topic.age_s);
-    json_builder_set_member_name (builder.get (), "writer_lives");
-    json_builder_add_boolean_value (builder.get (), topic.info.writer_lives != 0);
-    json_builder_set_member_name (builder.get (), "sample_size");
-    json_builder_add_int_value (builder.get (), topic.info.header.sample_size);
-    json_builder_set_member_name (builder.get (), "variables");
-    json_builder_begin_array (builder.get ());
-    for (const std::string &variable : topic.variables)
-      json_builder_add_string_value (builder.get (), variable.c_str ());
-    json_builder_end_array (builder.get ());
-    json_builder_end_object (builder.get ());
+    json.object ();
+    json.text ("kind", kind_name (topic));
+    json.text ("name", topic.name);
+    json.number ("rate_hz", topic.rate_hz);
+    json.number ("age_s", topic.age_s < 0 ? std::nullopt : std::optional (topic.age_s));
+    json.boolean ("writer_lives", topic.info.writer_lives != 0);
+    json.integer ("sample_size", topic.info.header.sample_size);
+    json.texts ("variables", topic.variables);
+    json.end_object ();
   }
-  json_builder_end_array (builder.get ());
-  json_builder_end_object (builder.get ());
-  const vorn::Owned<JsonNode, json_node_unref> root (json_builder_get_root (builder.get ()));
-  const vorn::OwnedString text (json_to_string (root.get (), TRUE));
-  puts (text.get ());
+  json.end_array ();
+  json.end_object ();
+  puts (json.on_lines ().c_str ());
 }
 
 } // namespace

@@ -3,10 +3,8 @@
 
 #include <cmath>
 
-#include <json-glib/json-glib.h>
-
+#include "../json_writer.hpp"
 #include "text.hpp"
-#include <vorn/raii.hpp>
 
 namespace report
 {
@@ -16,61 +14,15 @@ namespace
 
 constexpr int64_t format_version = 1;
 
-/** A JsonBuilder with the values that occur here. */
-class Writer
+/** What occurs in a summary. */
+class Writer : public JsonWriter
 {
 public:
-  void object (const char *name)
-  {
-    key (name);
-    json_builder_begin_object (builder_.get ());
-  }
-  void object () { json_builder_begin_object (builder_.get ()); }
-  void end_object () { json_builder_end_object (builder_.get ()); }
-  void array (const char *name)
-  {
-    key (name);
-    json_builder_begin_array (builder_.get ());
-  }
-  void end_array () { json_builder_end_array (builder_.get ()); }
-
-  void text (const char *name, const std::string &value)
-  {
-    key (name);
-    text (value);
-  }
-  void text (const std::string &value)
-  {
-    // A path may have any bytes, JSON may not.
-    const vorn::OwnedString valid (
-        g_utf8_make_valid (value.data (), static_cast<gssize> (value.size ())));
-    json_builder_add_string_value (builder_.get (), valid.get ());
-  }
-  void text_or_null (const char *name, const std::string &value)
-  {
-    if (!value.empty ())
-      return text (name, value);
-    key (name);
-    json_builder_add_null_value (builder_.get ());
-  }
-  void integer (const char *name, int64_t value)
-  {
-    key (name);
-    json_builder_add_int_value (builder_.get (), value);
-  }
-  void boolean (const char *name, bool value)
-  {
-    key (name);
-    json_builder_add_boolean_value (builder_.get (), value);
-  }
   /** Rounded to what is meant, so that nobody reads 29.970029999999998. */
   void number (const char *name, const std::optional<double> &value, double step = 1e-4)
   {
-    key (name);
-    if (value && std::isfinite (*value))
-      json_builder_add_double_value (builder_.get (), std::round (*value / step) / (1 / step));
-    else
-      json_builder_add_null_value (builder_.get ());
+    JsonWriter::number (name, value ? std::optional (std::round (*value / step) / (1 / step))
+                                    : std::nullopt);
   }
   void spread (const char *name, const Spread &spread)
   {
@@ -85,17 +37,6 @@ public:
   {
     number (name, value > 0 ? std::optional<double> (value) : std::nullopt, 1);
   }
-  std::string finish ()
-  {
-    const vorn::Owned<JsonNode, json_node_unref> root (json_builder_get_root (builder_.get ()));
-    const vorn::OwnedString text (json_to_string (root.get (), TRUE));
-    return std::string (text.get ()) + "\n";
-  }
-
-private:
-  void key (const char *name) { json_builder_set_member_name (builder_.get (), name); }
-
-  vorn::Ref<JsonBuilder> builder_ = vorn::adopt (json_builder_new ());
 };
 
 void write_clock (Writer *json, const ClockPair &clock)
@@ -221,12 +162,9 @@ std::string summary_json (const RunRecord &record, const Figures &figures)
   }
   json.end_array ();
   write_seconds (&json, record);
-  json.array ("warnings");
-  for (const std::string &warning : record.warnings)
-    json.text (warning);
-  json.end_array ();
+  json.texts ("warnings", record.warnings);
   json.end_object ();
-  return json.finish ();
+  return json.on_lines () + "\n";
 }
 
 } // namespace report
