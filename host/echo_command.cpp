@@ -13,6 +13,7 @@
 
 #include "commands.hpp"
 #include "instance_claim.hpp"
+#include "json_writer.hpp"
 #include "messages.hpp"
 #include <vorn/sections.h>
 #include <vorn/telemetry.h>
@@ -62,26 +63,30 @@ std::string text_of (const struct timespec &time)
   return text.data ();
 }
 
-/** One element of a sample. */
-std::string element_text (const std::byte *at, uint32_t type)
+double number_at (const std::byte *at, uint32_t type)
 {
   const auto number = [at]<typename T> (T value) {
     memcpy (&value, at, sizeof value);
-    return value;
+    return static_cast<double> (value);
   };
-  std::array<char, 64> text;
   switch (type) {
   case VORN_TELEMETRY_INT16:
-    return std::to_string (number (int16_t{}));
+    return number (int16_t{});
   case VORN_TELEMETRY_INT32:
-    return std::to_string (number (int32_t{}));
+    return number (int32_t{});
   case VORN_TELEMETRY_F32:
-    g_snprintf (text.data (), text.size (), "%.9g", double{number (float{})});
-    return text.data ();
+    return number (float{});
   default:
-    g_snprintf (text.data (), text.size (), "%.17g", number (double{}));
-    return text.data ();
+    return number (double{});
   }
+}
+
+/** As exact as the type is. */
+std::string text_of (double number, uint32_t type)
+{
+  std::array<char, 64> text;
+  g_snprintf (text.data (), text.size (), "%.*g", type == VORN_TELEMETRY_F32 ? 9 : 17, number);
+  return text.data ();
 }
 
 /** Follows one section and prints its samples. */
@@ -101,7 +106,9 @@ public:
 private:
   void open_telemetry ();
   bool read_blackboard (const VornSectionInfo &info);
+  std::vector<double> numbers_of (const Variable &variable) const;
   void print (const struct timespec &time) const;
+  void print_json (const struct timespec &time) const;
 
   std::string section_;
   std::string variable_;
@@ -175,20 +182,43 @@ bool Echo::read_blackboard (const VornSectionInfo &info)
   return read;
 }
 
+std::vector<double> Echo::numbers_of (const Variable &variable) const
+{
+  std::vector<double> numbers;
+  for (uint32_t i = 0; i < variable.count; i++)
+    numbers.push_back (
+        number_at (sample_.data () + variable.offset + size_t{i} * variable.size, variable.type));
+  return numbers;
+}
+
 void Echo::print (const struct timespec &time) const
 {
-  std::string line = json_ ? "{\"time_s\":" + text_of (time) : text_of (time);
-  for (const Variable &v : variables_) {
-    std::string values;
-    for (uint32_t i = 0; i < v.count; i++)
-      values += (i ? (json_ ? "," : " ") : "") +
-                element_text (sample_.data () + v.offset + size_t{i} * v.size, v.type);
-    if (!json_)
-      line += " " + v.name + " " + values;
-    else
-      line += ",\"" + v.name + "\":" + (v.count > 1 ? "[" + values + "]" : values);
+  std::string line = text_of (time);
+  for (const Variable &variable : variables_) {
+    line += " " + variable.name;
+    for (const double number : numbers_of (variable))
+      line += " " + text_of (number, variable.type);
   }
-  puts ((line + (json_ ? "}" : "")).c_str ());
+  puts (line.c_str ());
+}
+
+void Echo::print_json (const struct timespec &time) const
+{
+  JsonWriter json;
+  json.object ();
+  json.integer ("time_ns", int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec);
+  // In an object of their own: a variable may have any name.
+  json.object ("values");
+  for (const Variable &variable : variables_) {
+    const std::vector<double> numbers = numbers_of (variable);
+    if (variable.count == 1)
+      json.number (variable.name.c_str (), numbers[0]);
+    else
+      json.numbers (variable.name.c_str (), numbers);
+  }
+  json.end_object ();
+  json.end_object ();
+  puts (json.on_one_line ().c_str ());
 }
 
 int Echo::look ()
@@ -203,7 +233,7 @@ int Echo::look ()
                                     : read_blackboard (*info);
   if (!read)
     return 0;
-  print (info->newest);
+  json_ ? print_json (info->newest) : print (info->newest);
   return 1;
 }
 

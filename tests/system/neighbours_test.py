@@ -11,7 +11,7 @@ import desk
 class Neighbours(desk.Desk):
     def echo(self, topic, instance, count=1):
         text = self.command("echo", topic, "--json", "-n", count, instance=instance)
-        return [json.loads(line) for line in text.splitlines()]
+        return [json.loads(line)["values"] for line in text.splitlines()]
 
     def start_drone(self, name, *flight):
         """A drone with its host and what computes its attitudes."""
