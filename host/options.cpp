@@ -1,6 +1,7 @@
 // Copyright 2026 the vornmorvikzelto authors. SPDX-License-Identifier: Apache-2.0
 #include "options.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -41,6 +42,7 @@ struct Values {
   gchar *panorama = nullptr;
   gchar **properties = nullptr;
   gchar **logs = nullptr;
+  gchar **about = nullptr;
   gdouble duration_s = 0;
   gint port = default_rtsp_port;
   gint count = 0;
@@ -61,8 +63,8 @@ struct Values {
     for (gchar *text :
          {config, plugin, instance, csv, media, udp, report, units, mode, group, panorama})
       g_free (text);
-    g_strfreev (properties);
-    g_strfreev (logs);
+    for (gchar **texts : {properties, logs, about})
+      g_strfreev (texts);
   }
 };
 
@@ -116,6 +118,9 @@ std::vector<OptionRow> option_rows (Values *v)
        {"report", 0, 0, G_OPTION_ARG_FILENAME, &v->report,
         "Write the run's results there: report.html, summary.json, frames.csv, attitude.csv",
         "FOLDER"}},
+      {COMMAND_RUN,
+       {"about", 0, 0, G_OPTION_ARG_STRING_ARRAY, &v->about,
+        "Say this of the run in its report, as flight=orbit (may be given again)", "NAME=VALUE"}},
       {COMMAND_RUN,
        {"units", 0, 0, G_OPTION_ARG_FILENAME, &v->units,
         "Write a line there for each unit of the stream: capture_ns,encoded_ns,bytes", "FILE"}},
@@ -251,6 +256,8 @@ void take_over (const Values &v, Options *options)
     options->properties.emplace_back (*item);
   for (gchar **item = v.logs; item && *item; item++)
     options->logs.emplace_back (*item);
+  for (gchar **item = v.about; item && *item; item++)
+    options->about.emplace_back (*item);
   options->duration_s = v.duration_s;
   options->port = v.port;
   options->count = v.count;
@@ -262,6 +269,15 @@ void take_over (const Values &v, Options *options)
   options->verbose = v.verbose;
   options->quiet = v.quiet;
   options->version = v.version;
+}
+
+/** NAME=VALUE of a report; the value may be anything. */
+bool is_about (const std::string &text)
+{
+  const size_t length = text.find ('=');
+  return length != std::string::npos && length > 0 &&
+         std::all_of (text.begin (), text.begin () + static_cast<ptrdiff_t> (length),
+                      [] (char c) { return g_ascii_isalnum (c) || c == '_' || c == '-'; });
 }
 
 /** What of the values cannot be; empty when all can. */
@@ -281,6 +297,11 @@ std::string fault (const Options &options, const Command &command)
     return "--count: at least 0 is needed";
   if (options.simple && options.full)
     return "--simple and --full exclude each other";
+  for (const std::string &text : options.about)
+    if (!is_about (text))
+      return "--about: '" + text + "' is not NAME=VALUE (a name has letters, digits, '_' or '-')";
+  if (!options.about.empty () && options.report.empty ())
+    return "--about says something in a report: --report FOLDER is needed";
   if (command.bit == COMMAND_MODES && options.config.empty ())
     return "'modes' needs --config FILE";
   return {};

@@ -34,6 +34,7 @@ struct Options {
   std::string panorama;
   std::vector<std::string> properties; // NAME=VALUE
   std::vector<std::string> logs;       // TAG=LEVEL or LEVEL
+  std::vector<std::string> about;      // NAME=VALUE
   double duration_s = 0;               // 0: until interrupted
   int port = default_rtsp_port;
   int count = 0; // 0: the command's default

@@ -98,9 +98,15 @@ bool start_report (Run *run, const Options &options, std::string *error)
   if (is_simple ())
     wanted.no_attitude_reason = "the simple front camera computes none";
   run->results = RunResults::make (wanted, run->service.view (), error);
-  if (run->results)
-    run->report = &run->results->report ();
-  return run->results != nullptr;
+  if (!run->results)
+    return false;
+  report::RunReport &report = run->results->report ();
+  for (const std::string &text : options.about) {
+    const size_t length = text.find ('=');
+    report.set_meta (text.substr (0, length), text.substr (length + 1));
+  }
+  run->report = &report;
+  return true;
 }
 
 void start_show (Run *run, const Options &options)

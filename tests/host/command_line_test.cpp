@@ -43,7 +43,8 @@ TEST (CommandLine, EveryCommandHasItsOwnHelp)
       {"run",
        {"--config=FILE", "--instance=NAME", "--duration=SECONDS", "--record", "--simple", "--full",
         "--set=PROPERTY=VALUE", "--port=PORT", "--udp=HOST:PORT", "--media=FOLDER",
-        "--log=TAG=LEVEL", "--units=FILE", "-v, --verbose", "rtsp://", "Ctrl-C", "front.sdp"}},
+        "--about=NAME=VALUE", "--log=TAG=LEVEL", "--units=FILE", "-v, --verbose", "rtsp://",
+        "Ctrl-C", "front.sdp"}},
       {"modes", {"--config=FILE", "--plugin=FILE", "--json"}},
       {"attitude", {"--csv=FILE", "--duration=SECONDS", "--instance=NAME"}},
       {"record", {"start|stop", "--instance=NAME"}},
@@ -131,6 +132,16 @@ TEST (CommandLine, MistakesAreExplained)
        "vorn-host: --port: 70000 is not a port (0 to 65535)" + hint_of ("run")},
       {{"run", "--simple", "--full"},
        "vorn-host: --simple and --full exclude each other" + hint_of ("run")},
+      {{"run", "--report", "x", "--about", "fl ight=orbit"},
+       "vorn-host: --about: 'fl ight=orbit' is not NAME=VALUE (a name has letters, digits, '_' or "
+       "'-')" +
+           hint_of ("run")},
+      {{"run", "--report", "x", "--about", "=orbit"},
+       "vorn-host: --about: '=orbit' is not NAME=VALUE (a name has letters, digits, '_' or '-')" +
+           hint_of ("run")},
+      {{"run", "--about", "flight=orbit"},
+       "vorn-host: --about says something in a report: --report FOLDER is needed" +
+           hint_of ("run")},
       {{"run", "now"}, "vorn-host: 'run': unexpected argument 'now'" + hint_of ("run")},
       {{"run", "--log", "loud"},
        "vorn-host: --log: 'loud' is not TAG=LEVEL (none, error, warning, info, debug)\n"},

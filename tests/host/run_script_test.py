@@ -174,7 +174,7 @@ class RunScript(unittest.TestCase):
         self.assertEqual(self.arguments_of("host").splitlines(), [
             "run", "--full", "--config", str(self.root / "host/desk.conf"), "--instance", instance,
             "--port", "8554", "--media", str(out), "--report", str(out), "--show",
-            "--duration", "20"])
+            "--duration", "20", "--about", "flight=orbit", "--about", "seed=1"])
         self.assertEqual((out / "host.log").read_text(), "a line of the log\n")
         self.assertEqual((out / "simulator.log").read_text(), "publishing telemetry: video\n")
         self.assertTrue((self.fake / "simulator-end").exists(), "it was asked to end")
@@ -200,8 +200,8 @@ class RunScript(unittest.TestCase):
         self.assertEqual(self.arguments_of("host").splitlines(), [
             "run", "--simple", "--config", str(self.root / "my.conf"), "--instance", "mine",
             "--port", "0", "--media", out, "--report", out, "--show",
-            "--mode", "recording 1280x720@30/1", "--duration", "3.5", "--set", "a=b c",
-            "--set", "d=", "--log", "host=debug", "--verbose"])
+            "--mode", "recording 1280x720@30/1", "--duration", "3.5", "--about", "flight=a flight.csv",
+            "--about", "seed=7", "--set", "a=b c", "--set", "d=", "--log", "host=debug", "--verbose"])
 
     def test_without_gl(self):
         status, output, errors = self.run_it(FAKE_GL="1")

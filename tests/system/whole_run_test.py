@@ -39,6 +39,7 @@ class WholeRun(desk.Desk):
             self.output_of("ffmpeg", "-v", "error", "-xerror", "-i", picture, "-f", "null", "-")
         summary = json.loads((self.root / out / "summary.json").read_text())
         self.assertTrue((self.root / out / "report.html").is_file())
+        self.assertEqual((summary["run"]["flight"], summary["run"]["seed"]), ("orbit", "1"))
         return summary
 
     def assert_all_ended(self):
