@@ -44,26 +44,36 @@ bool add_sei (FramePostprocessor *state, const VornH264Sei &sei)
   return check ("vorn_h264_writer_add_sei", vorn_h264_writer_add_sei (state->writer, &sei));
 }
 
+/** A field of the frame metadata, found by number: by name it would be hashed at every frame. NULL:
+ * there is none of this type. */
+const GValue *field (const GstStructure *structure, GQuark name, GType type)
+{
+  const GValue *value = gst_structure_id_get_value (structure, name);
+  return value && G_VALUE_HOLDS (value, type) ? value : nullptr;
+}
+
 bool read_frame (GstBuffer *buffer, Frame *frame)
 {
+  static const GQuark capture_name = g_quark_from_static_string (VORN_FRAME_META_CAPTURE_TIMESTAMP);
+  static const GQuark sync_name = g_quark_from_static_string (VORN_FRAME_META_SYNC_POINT);
   const VornFrameMeta *meta = vorn_frame_meta_get (buffer);
   if (!meta) {
     VORN_LOG_WARNING ("failed to get buffer metadata");
     return false;
   }
-  GstClockTime capture_time = GST_CLOCK_TIME_NONE;
-  if (!gst_structure_get_clock_time (meta->structure, VORN_FRAME_META_CAPTURE_TIMESTAMP,
-                                     &capture_time) ||
-      !GST_CLOCK_TIME_IS_VALID (capture_time)) {
+  const GValue *captured = field (meta->structure, capture_name, GST_TYPE_CLOCK_TIME);
+  const GstClockTime capture_time = captured ? g_value_get_uint64 (captured) : GST_CLOCK_TIME_NONE;
+  if (!GST_CLOCK_TIME_IS_VALID (capture_time)) {
     VORN_LOG_WARNING ("failed to get buffer capture timestamp");
     return false;
   }
-  gboolean sync_point = FALSE;
-  if (!gst_structure_get_boolean (meta->structure, VORN_FRAME_META_SYNC_POINT, &sync_point)) {
+  const GValue *sync_point = field (meta->structure, sync_name, G_TYPE_BOOLEAN);
+  if (!sync_point) {
     VORN_LOG_WARNING ("failed to get buffer sync point");
     return false;
   }
-  *frame = {.capture_time_us = capture_time / 1000, .sync_point = sync_point != FALSE};
+  *frame = {.capture_time_us = capture_time / 1000,
+            .sync_point = g_value_get_boolean (sync_point) != FALSE};
   return true;
 }
 
