@@ -67,16 +67,22 @@ bool NalWalk::map (gsize offset, gsize size)
   gsize skip = 0;
   if (!gst_buffer_find_memory (buffer_, offset, size, &index, &count, &skip))
     return false;
+  // Nearly always it is in one memory, which the buffer keeps for us.
+  merged_ = count != 1;
   mapped_ =
-      gst_buffer_map_range (buffer_, index, static_cast<gint> (count), &window_, GST_MAP_READ);
+      merged_
+          ? gst_buffer_map_range (buffer_, index, static_cast<gint> (count), &window_, GST_MAP_READ)
+          : gst_memory_map (gst_buffer_peek_memory (buffer_, index), &window_, GST_MAP_READ);
   window_offset_ = offset - skip;
   return mapped_;
 }
 
 void NalWalk::unmap ()
 {
-  if (mapped_)
+  if (mapped_ && merged_)
     gst_buffer_unmap (buffer_, &window_);
+  else if (mapped_)
+    gst_memory_unmap (window_.memory, &window_);
   mapped_ = false;
 }
 

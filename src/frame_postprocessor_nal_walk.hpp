@@ -67,6 +67,7 @@ private:
   GstMapInfo window_ = GST_MAP_INFO_INIT;
   gsize window_offset_ = 0;
   bool mapped_ = false;
+  bool merged_ = false; // of several memories
 };
 
 } // namespace frame_postprocessor

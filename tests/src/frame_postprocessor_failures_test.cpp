@@ -19,7 +19,8 @@ using testing::ElementsAreArray;
 
 namespace
 {
-/** The call that fails now; for vorn_h264_writer_add_sei with ":" and the payload type. */
+/** The call that fails now; for vorn_h264_writer_add_sei with ":" and the payload type, for
+ * gst_memory_map with what it maps for. */
 std::string failing; // NOLINT(bugprone-throwing-static-initialization)
 } // namespace
 
@@ -50,7 +51,6 @@ FALLIBLE (int, vorn_streaming_sei_write, -ENOSPC,
           (const VornStreamingSeiSliceLayout *l, uint8_t *p, size_t *n, uint8_t *u), (l, p, n, u))
 FALLIBLE (GstMemory *, gst_allocator_alloc, nullptr,
           (GstAllocator * a, gsize n, GstAllocationParams *p), (a, n, p))
-FALLIBLE (gboolean, gst_memory_map, FALSE, (GstMemory * m, GstMapInfo *i, GstMapFlags f), (m, i, f))
 FALLIBLE (gboolean, gst_buffer_map_range, FALSE,
           (GstBuffer * b, guint i, gint n, GstMapInfo *m, GstMapFlags f), (b, i, n, m, f))
 
@@ -61,6 +61,16 @@ int __wrap_vorn_h264_writer_add_sei (VornH264Writer *writer, const VornH264Sei *
   if (failing == "vorn_h264_writer_add_sei:" + std::to_string (sei->payload_type))
     return -EMSGSIZE;
   return __real_vorn_h264_writer_add_sei (writer, sei);
+}
+
+gboolean __real_gst_memory_map (GstMemory *memory, GstMapInfo *info, GstMapFlags flags);
+gboolean __wrap_gst_memory_map (GstMemory *memory, GstMapInfo *info, GstMapFlags flags);
+gboolean __wrap_gst_memory_map (GstMemory *memory, GstMapInfo *info, GstMapFlags flags)
+{
+  const bool writes = (flags & GST_MAP_WRITE) != 0;
+  if (failing == (writes ? "gst_memory_map:write" : "gst_memory_map:read"))
+    return FALSE;
+  return __real_gst_memory_map (memory, info, flags);
 }
 }
 
@@ -73,6 +83,7 @@ struct Failure {
   const char *call;
   std::vector<std::string> warnings;
   std::vector<unsigned> first_unit; // types of its NAL units
+  bool split = false;               // in the midst of the first prefix, over two memories
 };
 
 class FramePostprocessorFailures : public testing::TestWithParam<Failure>
@@ -81,10 +92,11 @@ protected:
   static void SetUpTestSuite () { vorn_framework_init (nullptr, nullptr); }
   void TearDown () override { failing.clear (); }
 
-  static std::vector<unsigned> process (FramePostprocessor *state, const std::vector<Bytes> &nalus)
+  static std::vector<unsigned> process (FramePostprocessor *state, const std::vector<Bytes> &nalus,
+                                        bool split = false)
   {
     const Bytes bytes = access_unit (nalus);
-    auto buffer = buffer_of (bytes);
+    auto buffer = split ? buffer_of (bytes, {2}) : buffer_of (bytes);
     set_meta (buffer.get (), 7, true);
     EXPECT_NE (frame_postprocessor_process (state, &frame_size, buffer.get ()), 0);
     const std::string call = std::exchange (failing, "");
@@ -113,7 +125,8 @@ TEST_P (FramePostprocessorFailures, CostsTheSeiOfTheFrameOnly)
   Postprocessor state (frame_postprocessor_new ());
   const std::vector<Bytes> first = {h264::make_sps ({}), h264::make_pps (), idr_slice ()};
   failing = GetParam ().call;
-  EXPECT_THAT (process (state.get (), first), ElementsAreArray (GetParam ().first_unit));
+  EXPECT_THAT (process (state.get (), first, GetParam ().split),
+               ElementsAreArray (GetParam ().first_unit));
   EXPECT_THAT (log.texts (warning), ElementsAreArray (GetParam ().warnings));
 }
 
@@ -150,11 +163,17 @@ INSTANTIATE_TEST_SUITE_P (
         Failure{"gst_allocator_alloc",
                 {"gst_allocator_alloc failed", "failed to generate SEI"},
                 {7, 8, 5}},
-        Failure{"gst_memory_map", {"failed to map memory", "failed to generate SEI"}, {7, 8, 5}},
-        Failure{"gst_buffer_map_range",
+        Failure{
+            "gst_memory_map:write", {"failed to map memory", "failed to generate SEI"}, {7, 8, 5}},
+        Failure{"gst_memory_map:read",
                 {"invalid time_scale and num_units_in_tick", "failed to create picture timing SEI",
                  "failed to generate SEI", "failed to insert SPS/PPS"},
                 {7, 8, 5}}, // as they came
+        Failure{"gst_buffer_map_range",
+                {"invalid time_scale and num_units_in_tick", "failed to create picture timing SEI",
+                 "failed to generate SEI", "failed to insert SPS/PPS"},
+                {7, 8, 5},
+                true},
         Failure{"vorn_h264_writer_parse_sps",
                 {"vorn_h264_writer_parse_sps failed: Bad message",
                  "vorn_h264_writer_parse_pps failed: No such file or directory",
@@ -181,9 +200,10 @@ INSTANTIATE_TEST_SUITE_P (
 
 TEST_F (FramePostprocessorFailures, TheNextFrameIsWholeAgain)
 {
-  for (const char *call : {"vorn_h264_writer_clear", "vorn_h264_writer_set_nal_header",
-                           "vorn_h264_writer_add_sei:5", "vorn_streaming_sei_write",
-                           "vorn_h264_writer_write", "gst_allocator_alloc", "gst_memory_map"}) {
+  for (const char *call :
+       {"vorn_h264_writer_clear", "vorn_h264_writer_set_nal_header", "vorn_h264_writer_add_sei:5",
+        "vorn_streaming_sei_write", "vorn_h264_writer_write", "gst_allocator_alloc",
+        "gst_memory_map:write"}) {
     LogCapture log;
     Postprocessor state (frame_postprocessor_new ());
     const std::vector<Bytes> first = {h264::make_sps ({}), h264::make_pps (), idr_slice ()};
