@@ -114,8 +114,9 @@ TEST_F (DroneCamerasTest, SeeWhatTheFlightSays)
     ASSERT_TRUE (client.start (request));
     const auto geometry = sim::picture_geometry (down ? options.down.sensor : options.front.sensor,
                                                  {0, 0, 1280, 720}, 1280, 720);
+    // Where the drone is by now, and so how many are in sight, depends on the machine.
     int found = 0;
-    for (int i = 0; i < 6; i++) {
+    for (int i = 0; i < 6 || (i < 100 && found < 4); i++) {
       const auto frame = client.frame ();
       ASSERT_TRUE (frame);
       const uint8_t *data = client.data (frame->buffer);
@@ -123,7 +124,6 @@ TEST_F (DroneCamerasTest, SeeWhatTheFlightSays)
       found += check_frame (*world, drone, down, geometry, *frame, picture);
       client.give_back (frame->buffer);
     }
-    // How many are in sight depends on where the drone is by now.
     EXPECT_GE (found, 4) << (down ? "down" : "front");
   }
   EXPECT_TRUE (cameras->served_text ().starts_with ("; cameras: 2 connections, "));
