@@ -144,8 +144,9 @@ ControlServer::~ControlServer ()
   g_signal_handler_disconnect (camera.camera (), camera_handler_);
   g_signal_handlers_disconnect_by_data (server_.get (), this);
   g_dbus_server_stop (server_.get ());
-  for (const auto &connection : std::exchange (connections_, {})) {
-    g_signal_handlers_disconnect_by_data (connection.get (), this);
+  while (!peers_.empty ()) {
+    const auto connection = vorn::share (peers_.back ().connection.get ());
+    hang_up (connection.get ());
     // Answers that are on their way arrive.
     g_dbus_connection_flush_sync (connection.get (), nullptr, nullptr);
     g_dbus_connection_close_sync (connection.get (), nullptr, nullptr);
@@ -159,27 +160,31 @@ gboolean ControlServer::on_new_connection (GDBusServer *, GDBusConnection *conne
   static const GDBusInterfaceVTable table = {on_call, on_get_property, nullptr, {}};
   auto *control = static_cast<ControlServer *> (self);
   vorn::ErrorOut error;
-  if (!g_dbus_connection_register_object (connection, control_object_path, control_interface (),
-                                          &table, self, nullptr, error.out ())) {
+  const guint registration = g_dbus_connection_register_object (
+      connection, control_object_path, control_interface (), &table, self, nullptr, error.out ());
+  if (registration == 0) {
     VORN_LOG_ERROR ("a connection is refused: %s", error.message ());
     return FALSE;
   }
   g_signal_connect (connection, "closed", G_CALLBACK (on_closed), self);
-  control->connections_.push_back (vorn::share (connection));
+  control->peers_.push_back ({vorn::share (connection), registration});
   return TRUE;
 }
 
-void ControlServer::forget (GDBusConnection *connection)
+void ControlServer::hang_up (GDBusConnection *connection)
 {
-  std::erase_if (connections_, [connection] (const vorn::Ref<GDBusConnection> &one) {
-    return one.get () == connection;
+  g_signal_handlers_disconnect_by_data (connection, this);
+  std::erase_if (peers_, [connection] (const Peer &peer) {
+    if (peer.connection.get () != connection)
+      return false;
+    g_dbus_connection_unregister_object (connection, peer.registration);
+    return true;
   });
 }
 
 void ControlServer::on_closed (GDBusConnection *connection, gboolean, GError *, gpointer self)
 {
-  g_signal_handlers_disconnect_by_data (connection, self);
-  static_cast<ControlServer *> (self)->forget (connection);
+  static_cast<ControlServer *> (self)->hang_up (connection);
 }
 
 void ControlServer::on_call (GDBusConnection *, const gchar *, const gchar *, const gchar *,
@@ -276,8 +281,8 @@ GVariant *ControlServer::on_get_property (GDBusConnection *, const gchar *, cons
 void ControlServer::emit (const char *signal, GVariant *parameters, const char *interface)
 {
   const vorn::Owned<GVariant, g_variant_unref> owned (g_variant_ref_sink (parameters));
-  for (const auto &connection : connections_)
-    g_dbus_connection_emit_signal (connection.get (), nullptr, control_object_path, interface,
+  for (const Peer &peer : peers_)
+    g_dbus_connection_emit_signal (peer.connection.get (), nullptr, control_object_path, interface,
                                    signal, owned.get (), nullptr);
 }
 

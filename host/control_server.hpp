@@ -57,12 +57,18 @@ private:
   GVariant *property (const std::string &name) const;
   void emit (const char *signal, GVariant *parameters, const char *interface);
   void emit_changes ();
-  void forget (GDBusConnection *connection);
+  /** Calls that have arrived and wait in the main context reach nobody after this. */
+  void hang_up (GDBusConnection *connection);
+
+  struct Peer {
+    vorn::Ref<GDBusConnection> connection;
+    guint registration; // of our object there
+  };
 
   ControlTarget target_;
   std::string socket_path_;
   vorn::Ref<GDBusServer> server_;
-  std::vector<vorn::Ref<GDBusConnection>> connections_;
+  std::vector<Peer> peers_;
   gulong view_handler_ = 0;
   gulong camera_handler_ = 0;
 };

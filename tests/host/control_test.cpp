@@ -276,6 +276,29 @@ vorn::Ref<GDBusConnection> connect_to (const std::string &socket)
   return connection;
 }
 
+TEST_F (ControlSocket, CallsThatCameTooLateReachNobody)
+{
+  const auto connection = connect_to (instance_.control_socket ());
+  ASSERT_TRUE (connection);
+  vorn::ErrorOut error;
+  const OwnedVariant pong (
+      call (connection.get (), "org.freedesktop.DBus.Peer", "Ping", nullptr, &error));
+  ASSERT_TRUE (pong) << error.message ();
+  run_pending ();
+  g_dbus_connection_call (connection.get (), nullptr, control_object_path, control_interface_name,
+                          "StopRecording", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, 10'000,
+                          nullptr, nullptr, nullptr);
+  // It has arrived, and nobody has looked at it yet.
+  const gint64 deadline = g_get_monotonic_time () + 30 * G_USEC_PER_SEC;
+  while (!g_main_context_pending (nullptr) && g_get_monotonic_time () < deadline)
+    g_usleep (1000);
+  ASSERT_TRUE (g_main_context_pending (nullptr));
+  log_.clear ();
+  server_.reset ();
+  run_pending ();
+  EXPECT_FALSE (log_.has ("StopRecording", VORN_LOG_PRIORITY_DEBUG));
+}
+
 TEST_F (ControlSocket, TheInterfaceShowsItself)
 {
   const auto connection = connect_to (instance_.control_socket ());
