@@ -15,6 +15,7 @@
 #include "log_capture.hpp"
 #include "main_context.hpp"
 #include "own_namespace.hpp"
+#include "photo_requests.hpp"
 #include "temp_dir.hpp"
 #include "test_product.hpp"
 #include "test_virtual_camera.hpp"
@@ -232,20 +233,6 @@ protected:
   std::vector<std::string> taken_, done_;
   int failed_ = 0;
 };
-
-/** Single photos, then series of three, by turns: the request of this number. */
-VornSnapshotRequest request_of (int number)
-{
-  static constexpr VornPhotoGroupingType series[] = {
-      VORN_PHOTO_GROUPING_BRACKETING, VORN_PHOTO_GROUPING_BURST, VORN_PHOTO_GROUPING_PANORAMA};
-  const int position = number % 4;
-  if (position == 0)
-    return {};
-  return {.photo_grouping = static_cast<guint32> (series[number / 4 % 3]),
-          .sequence_number = static_cast<guint16> (position - 1),
-          .panorama_type = "spherical",
-          .shot_count = 3};
-}
 
 TEST_F (FrontViewPhotoSeries, EachPhotoIsOfItsOwnFrame)
 {

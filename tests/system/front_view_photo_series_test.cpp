@@ -12,24 +12,11 @@
 #include <unistd.h>
 
 #include "live_view.hpp"
+#include "photo_requests.hpp"
 #include <vorn/frame_meta.h>
 
 namespace
 {
-
-/** Single photos, then series of three, by turns: the request of this number. */
-VornSnapshotRequest request_of (int number)
-{
-  static constexpr VornPhotoGroupingType series[] = {
-      VORN_PHOTO_GROUPING_BRACKETING, VORN_PHOTO_GROUPING_BURST, VORN_PHOTO_GROUPING_PANORAMA};
-  const int position = number % 4;
-  if (position == 0)
-    return {};
-  return {.photo_grouping = static_cast<guint32> (series[number / 4 % 3]),
-          .sequence_number = static_cast<guint16> (position - 1),
-          .panorama_type = "spherical",
-          .shot_count = 3};
-}
 
 guint64 capture_time_of (GstSample *unit)
 {
